@@ -1,0 +1,179 @@
+#include "support/call_site.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace halvex_test {
+namespace {
+
+[[noreturn]] void give_up(const std::string &function, const char *why) {
+  static_cast<void>(std::fprintf(stderr, "Call_site of %s: %s\n", function.c_str(), why));
+  std::abort();
+}
+
+template <typename T>
+std::unique_ptr<char[]> bytes_of(const T &value) {
+  auto bytes = std::make_unique<char[]>(sizeof value);
+  std::memcpy(bytes.get(), &value, sizeof value);
+  return bytes;
+}
+
+std::unique_ptr<char[]> bytes_of(const std::string &text) {
+  auto bytes = std::make_unique<char[]>(text.size() + 1);
+  std::memcpy(bytes.get(), text.c_str(), text.size() + 1);
+  return bytes;
+}
+
+// Owned bytes of an argument's value; nothing for NULL.
+std::unique_ptr<char[]> bytes_of(const Argument &argument) {
+  if (const auto *text = std::get_if<std::string>(&argument.value)) {
+    return bytes_of(*text);
+  }
+  if (const auto *integer = std::get_if<long long>(&argument.value)) {
+    return bytes_of(*integer);
+  }
+  if (const auto *real = std::get_if<double>(&argument.value)) {
+    return bytes_of(*real);
+  }
+  return nullptr;
+}
+
+// Text that differs from whatever a function is likely to write.
+constexpr char unwritten = '\x5A';
+// A server lends its row callbacks a buffer of this size.
+constexpr size_t host_buffer_size = 766;
+
+}  // namespace
+
+// The arguments in the server's shape. Every array has exactly as many elements as there are
+// arguments.
+struct Call_site::Arguments {
+  explicit Arguments(const std::vector<Argument> &values)
+      : types(std::make_unique<Item_result[]>(values.size())),
+        pointers(std::make_unique<char *[]>(values.size())),
+        lengths(std::make_unique<unsigned long[]>(values.size())) {
+    for (size_t i = 0; i < values.size(); ++i) {
+      owned.push_back(bytes_of(values[i]));
+      types[i] = values[i].type;
+      pointers[i] = owned.back().get();
+      const auto *text = std::get_if<std::string>(&values[i].value);
+      lengths[i] = text == nullptr ? 0 : text->size();
+    }
+    record.arg_count = static_cast<unsigned int>(values.size());
+    record.arg_type = types.get();
+    record.args = pointers.get();
+    record.lengths = lengths.get();
+  }
+
+  std::vector<std::unique_ptr<char[]>> owned;
+  std::unique_ptr<Item_result[]> types;
+  std::unique_ptr<char *[]> pointers;
+  std::unique_ptr<unsigned long[]> lengths;
+  UDF_ARGS record{};
+};
+
+Argument null_string() { return {}; }
+
+Argument null_integer() {
+  Argument argument;
+  argument.type = INT_RESULT;
+  return argument;
+}
+
+Argument decimal(const std::string &digits) {
+  Argument argument(digits);
+  argument.type = DECIMAL_RESULT;
+  return argument;
+}
+
+Call_site::Call_site(const Registered_function &function, const std::vector<Argument> &arguments)
+    : function_(function), first_arguments_(arguments), instance_(std::make_unique<UDF_INIT>()) {
+  instance_->maybe_null = function.result_type == INT_RESULT;
+  instance_->decimals = 31;
+  instance_->max_length = unset_length;
+  instance_->ptr = reinterpret_cast<char *>(instance_.get());  // no array: deinit must not free it
+  instance_->const_item = true;
+
+  Arguments in_server_shape(arguments);
+  const auto message = std::make_unique<char[]>(DOVRIN_UDF_MESSAGE_SIZE);
+  std::memset(message.get(), unwritten, DOVRIN_UDF_MESSAGE_SIZE);
+  if (function_.init(instance_.get(), &in_server_shape.record, message.get())) {
+    if (std::memchr(message.get(), 0, DOVRIN_UDF_MESSAGE_SIZE) == nullptr) {
+      give_up(function_.name, "init refused without a terminated message");
+    }
+    refusal_ = message.get();
+  } else if (message[0] != unwritten) {
+    give_up(function_.name, "init accepted and wrote a message");
+  }
+}
+
+Call_site::~Call_site() {
+  function_.deinit(instance_.get());
+  if (instance_->ptr != nullptr) {
+    give_up(function_.name, "deinit left an address in the function instance");
+  }
+}
+
+Row_result Call_site::row(const std::vector<Argument> &arguments) {
+  if (refusal_) {
+    give_up(function_.name, "a row was asked for after a refused init");
+  }
+  Arguments in_server_shape(arguments);
+  return function_.result_type == STRING_RESULT ? string_row(in_server_shape)
+                                                : integer_row(in_server_shape);
+}
+
+Row_result Call_site::row() { return row(first_arguments_); }
+
+Row_result Call_site::string_row(Arguments &arguments) {
+  const auto callback = reinterpret_cast<Udf_func_string>(function_.row);
+  std::string host_buffer(host_buffer_size, unwritten);
+  auto length = std::make_unique<unsigned long>(Call_site::unset_length);
+  auto is_null = std::make_unique<unsigned char>(0);
+  auto error = std::make_unique<unsigned char>(0);
+  const char *bytes = callback(instance_.get(), &arguments.record, host_buffer.data(), length.get(),
+                               is_null.get(), error.get());
+  if (host_buffer != std::string(host_buffer_size, unwritten)) {
+    give_up(function_.name, "the row wrote to the host's buffer");
+  }
+  if ((bytes == nullptr) != (*is_null != 0)) {
+    give_up(function_.name, "the returned pointer and is_null disagree");
+  }
+  Row_result result;
+  result.is_null = *is_null != 0;
+  result.error = *error != 0;
+  if (bytes != nullptr) {
+    result.bytes.assign(bytes, *length);
+    result.in_instance_buffer = bytes == instance_->ptr;
+  }
+  return result;
+}
+
+Row_result Call_site::integer_row(Arguments &arguments) {
+  const auto callback = reinterpret_cast<Udf_func_longlong>(function_.row);
+  auto is_null = std::make_unique<unsigned char>(0);
+  auto error = std::make_unique<unsigned char>(0);
+  Row_result result;
+  result.integer = callback(instance_.get(), &arguments.record, is_null.get(), error.get());
+  result.is_null = *is_null != 0;
+  result.error = *error != 0;
+  return result;
+}
+
+Call_result call(const Registered_function &function, const std::vector<Argument> &arguments) {
+  Call_site site(function, arguments);
+  Call_result result;
+  result.refusal = site.refusal();
+  if (!result.refusal) {
+    result.row = site.row();
+  }
+  return result;
+}
+
+Call_result call(const Fake_server &server, const std::string &function,
+                 const std::vector<Argument> &arguments) {
+  return call(server.function(function), arguments);
+}
+
+}  // namespace halvex_test

@@ -1,0 +1,24 @@
+#include "support/fixture.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace halvex_test {
+
+std::string fixture(const std::string &name) { return project_file("tests/fixtures/" + name); }
+
+std::string project_file(const std::string &path) {
+  const std::string whole_path = std::string(HALVEX_PROJECT_FOLDER) + "/" + path;
+  const std::ifstream file(whole_path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << file.rdbuf();
+  if (!file || !bytes) {
+    static_cast<void>(std::fprintf(stderr, "Cannot read %s\n", whole_path.c_str()));
+    std::abort();
+  }
+  return bytes.str();
+}
+
+}  // namespace halvex_test

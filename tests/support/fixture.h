@@ -1,0 +1,18 @@
+// The key files of tests/fixtures.
+
+#ifndef HALVEX_TESTS_SUPPORT_FIXTURE_H
+#define HALVEX_TESTS_SUPPORT_FIXTURE_H
+
+#include <string>
+
+namespace halvex_test {
+
+// The bytes of tests/fixtures/<name>, for instance "rsa2048.pem". Aborts if there is no such file.
+std::string fixture(const std::string &name);
+
+// The bytes of any file of this project, by its path from the top folder. Aborts like fixture().
+std::string project_file(const std::string &path);
+
+}  // namespace halvex_test
+
+#endif  // HALVEX_TESTS_SUPPORT_FIXTURE_H

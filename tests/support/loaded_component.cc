@@ -1,0 +1,64 @@
+#include "support/loaded_component.h"
+
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "support/fake_server.h"
+
+namespace halvex_test {
+namespace {
+
+[[noreturn]] void give_up_with_dlerror() {
+  static_cast<void>(std::fprintf(stderr, "Loaded_component: %s\n", dlerror()));
+  std::abort();
+}
+
+}  // namespace
+
+std::string component_path() { return HALVEX_COMPONENT_PATH; }
+
+Loaded_component::Loaded_component() : handle_(dlopen(component_path().c_str(), RTLD_NOW)) {
+  if (handle_ == nullptr) {
+    give_up_with_dlerror();
+  }
+  void *entry = dlsym(handle_, "list_components");
+  if (entry == nullptr) {
+    give_up_with_dlerror();
+  }
+  list_components_ = reinterpret_cast<Dovrin_list_components>(entry);
+  descriptor_ = list_components_();
+  Fake_server::fill_slots(*descriptor_);
+}
+
+Loaded_component::~Loaded_component() {
+  if (deinit_is_due_) {
+    deinit();
+  }
+  unload();
+}
+
+int Loaded_component::init() {
+  const int status = descriptor_->init();
+  deinit_is_due_ = status == 0;
+  return status;
+}
+
+int Loaded_component::deinit() {
+  deinit_is_due_ = false;
+  return descriptor_->deinit();
+}
+
+void Loaded_component::unload() {
+  deinit_is_due_ = false;
+  if (handle_ == nullptr) {
+    return;
+  }
+  if (dlclose(handle_) != 0) {
+    give_up_with_dlerror();
+  }
+  handle_ = nullptr;
+}
+
+}  // namespace halvex_test
