@@ -394,7 +394,7 @@ Dovrin_sys_variable_register variable_register{Operations::register_variable};
 Dovrin_sys_variable_unregister variable_unregister{Operations::withdraw_variable};
 
 // The reserved positions stay null: a component that reads one crashes its test.
-Dovrin_log_builtins make_log_builtins() {
+Dovrin_log_builtins make_log_builtins() noexcept {
   Dovrin_log_builtins table{};
   table.item_set_int = Operations::item_set_int;
   table.item_set_lexstring = Operations::item_set_lexstring;
@@ -409,7 +409,7 @@ Dovrin_log_builtins make_log_builtins() {
   return table;
 }
 
-Dovrin_log_builtins_string make_log_builtins_string() {
+Dovrin_log_builtins_string make_log_builtins_string() noexcept {
   Dovrin_log_builtins_string table{};
   table.allocate = Operations::allocate;
   table.release = Operations::release_buffer;
