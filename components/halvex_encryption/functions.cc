@@ -143,14 +143,15 @@ constexpr Expected_argument digest_arguments[]{
 bool arguments_are_refused(const UDF_ARGS *args, std::span<const Expected_argument> expected,
                            char *message) noexcept {
   if (args->arg_count != expected.size()) {
-    std::snprintf(message, DOVRIN_UDF_MESSAGE_SIZE,
-                  "Mismatch in number of arguments to the function. Expected %d arguments",
-                  static_cast<int>(expected.size()));
+    static_cast<void>(
+        std::snprintf(message, DOVRIN_UDF_MESSAGE_SIZE,
+                      "Mismatch in number of arguments to the function. Expected %d arguments",
+                      static_cast<int>(expected.size())));
     return true;
   }
   for (std::size_t i = 0; i < expected.size(); ++i) {
     if (args->arg_type[i] != expected[i].type) {
-      std::snprintf(message, DOVRIN_UDF_MESSAGE_SIZE, "%s", expected[i].refusal);
+      static_cast<void>(std::snprintf(message, DOVRIN_UDF_MESSAGE_SIZE, "%s", expected[i].refusal));
       return true;
     }
   }

@@ -43,7 +43,7 @@ const Dovrin_sys_variable_unregister &variable_unregister() noexcept {
 // also withdrawn while the object is unloaded, where an exception would end the server.
 void report_variable(const Report_site &site, const char *component, const char *name) noexcept {
   std::array<char, full_name_capacity> full_name;
-  std::snprintf(full_name.data(), full_name.size(), "%s.%s", component, name);
+  static_cast<void>(std::snprintf(full_name.data(), full_name.size(), "%s.%s", component, name));
   report(site, static_cast<const char *>(full_name.data()));
 }
 
@@ -125,7 +125,8 @@ void LogEvent::set_message(const char *format, va_list arguments) noexcept {
 
   std::array<char, message_capacity> tagged_format;
   if (message_tag_ != nullptr) {
-    std::snprintf(tagged_format.data(), tagged_format.size(), "%s: '%s'", message_tag_, format);
+    static_cast<void>(std::snprintf(tagged_format.data(), tagged_format.size(), "%s: '%s'",
+                                    message_tag_, format));
     format = tagged_format.data();
   }
 
