@@ -442,14 +442,21 @@ long long HX_functions::verify(UDF_INIT * /*initid*/, UDF_ARGS *args, unsigned c
     return Key_reader{verify_name, algorithm, args->args[3], args->lengths[3],
                       rsa::pkcs1_key_reader};
   };
-  const auto refuses = [&](Key_usage_sign &&verifier) {
+  const auto refuses = [&](Key_usage_sign &verifier) {
     return verifier.verify(bytes(args->args[1]), args->lengths[1], bytes(args->args[2]),
                            args->lengths[2], digest_type);
   };
 
   const Function_metadata metadata{verify_name, algorithm};
-  if (refuses(rsa::RSA_sign_verify{read_key(), metadata, RSA_PKCS1_PSS_PADDING}) &&
-      (!legacy || refuses(rsa::RSA_legacy_verifier{read_key(), metadata}))) {
+  const auto pss_refuses = [&] {
+    rsa::RSA_sign_verify verifier{read_key(), metadata, RSA_PKCS1_PSS_PADDING};
+    return refuses(verifier);
+  };
+  const auto legacy_refuses = [&] {
+    rsa::RSA_legacy_verifier verifier{read_key(), metadata};
+    return refuses(verifier);
+  };
+  if (pss_refuses() && (!legacy || legacy_refuses())) {
     return 0;
   }
   return row_exit.succeed(1LL);
