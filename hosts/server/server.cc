@@ -171,7 +171,13 @@ Result<Server::Installed_map::iterator> Server::find_or_load(const std::string &
   // memory.
   Installed_map node;
   node.try_emplace(component->name());
-  Status started = start(*component);
+  Status started;
+  try {
+    started = start(*component);
+  } catch (const std::exception &) {
+    unload(std::move(component));
+    throw;
+  }
   if (!started.ok()) {
     unload(std::move(component));
     return started;
