@@ -1,0 +1,22 @@
+// What this process runs once, however many connections load the extension: the stand-in server
+// with the component installed, and where its error log goes.
+
+#ifndef HALVEX_SQLITE_PROCESS_HOST_H
+#define HALVEX_SQLITE_PROCESS_HOST_H
+
+#include <memory>
+
+#include "server/log_sinks.h"
+#include "server/result.h"
+
+namespace halvex_sqlite {
+
+// Installs the component beside this extension, or the one that HALVEX_COMPONENT names, and opens
+// the log's sinks. It stays installed until the process ends, so that settings outlive connections
+// and no close can take a function away from another connection. Called again it only checks that
+// the same component is meant. Any thread; throws std::bad_alloc only.
+dovrin_host::Result<std::shared_ptr<const dovrin_host::Ring_sink>> start_process_host();
+
+}  // namespace halvex_sqlite
+
+#endif  // HALVEX_SQLITE_PROCESS_HOST_H

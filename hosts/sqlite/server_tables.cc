@@ -1,0 +1,124 @@
+#include "sqlite/server_tables.h"
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "server/server.h"
+#include "sqlite/system_table.h"
+
+namespace halvex_sqlite {
+
+namespace {
+
+using dovrin_host::Log_record;
+using dovrin_host::Setting;
+using dovrin_host::Status;
+using dovrin_host::Variable_info;
+using dovrin_host::Variable_type;
+using dovrin_host::Variable_value;
+
+// SQLite's default collation sorts what is no valid text as well, so bytes pass as they are.
+std::string_view text_bytes(sqlite3_value *value) {
+  const auto *bytes = reinterpret_cast<const char *>(sqlite3_value_text(value));
+  if (bytes == nullptr) {
+    throw std::bad_alloc{};
+  }
+  return {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
+}
+
+// No variable can be NULL; the word makes a refusal that can be read.
+Setting setting_of(sqlite3_value *value) {
+  switch (sqlite3_value_type(value)) {
+    case SQLITE_INTEGER:
+      return Setting{static_cast<long long>(sqlite3_value_int64(value))};
+    case SQLITE_FLOAT:
+      return Setting{sqlite3_value_double(value)};
+    case SQLITE_NULL:
+      return Setting{std::string{"NULL"}};
+    default:
+      return Setting{std::string{text_bytes(value)}};
+  }
+}
+
+Cell value_cell(const Variable_value &value) {
+  if (const auto *integer = std::get_if<long long>(&value)) {
+    return std::int64_t{*integer};
+  }
+  return text_form(value);
+}
+
+Cell limit_cell(const Variable_info &variable, long long limit) {
+  return variable.type == Variable_type::integer ? Cell{std::int64_t{limit}} : Cell{};
+}
+
+class Variables_table : public System_table {
+ public:
+  std::string name() const override { return "dovrin_variables"; }
+
+  std::string columns() const override {
+    return "name TEXT, value, type TEXT, default_value, minimum INTEGER, maximum INTEGER, "
+           "block_size INTEGER, comment TEXT";
+  }
+
+  std::vector<Table_row> rows() const override {
+    std::vector<Table_row> rows;
+    for (const Variable_info &variable : dovrin_host::Server::instance().variables().list()) {
+      rows.push_back(
+          {static_cast<std::int64_t>(rows.size()) + 1,
+           {variable.name, value_cell(variable.value),
+            std::string{variable_type_name(variable.type)}, value_cell(variable.default_value),
+            limit_cell(variable, variable.minimum), limit_cell(variable, variable.maximum),
+            limit_cell(variable, variable.block_size), variable.comment}});
+    }
+    return rows;
+  }
+
+  int writable_column() const override { return 1; }
+
+  Status update(const Table_row &row, sqlite3_value *value) override {
+    return dovrin_host::Server::instance().variables().set(std::get<std::string>(row.cells[0]),
+                                                           setting_of(value));
+  }
+};
+
+class Error_log_table : public System_table {
+ public:
+  explicit Error_log_table(std::shared_ptr<const dovrin_host::Ring_sink> records)
+      : records_{std::move(records)} {}
+
+  std::string name() const override { return "dovrin_error_log"; }
+
+  std::string columns() const override {
+    return "id INTEGER, time TEXT, priority TEXT, code INTEGER, symbol TEXT, component TEXT, "
+           "function TEXT, source_file TEXT, source_line INTEGER, message TEXT, hint TEXT";
+  }
+
+  std::vector<Table_row> rows() const override {
+    std::vector<Table_row> rows;
+    for (const auto &[sequence, record] : records_->snapshot()) {
+      const auto id = static_cast<std::int64_t>(sequence);
+      rows.push_back(
+          {id,
+           {id, render_time(record.time), std::string{priority_name(record.priority)},
+            std::int64_t{record.code}, record.symbol, record.component, record.function,
+            record.source_file, std::int64_t{record.source_line}, record.message, record.hint}});
+    }
+    return rows;
+  }
+
+ private:
+  std::shared_ptr<const dovrin_host::Ring_sink> records_;
+};
+
+}  // namespace
+
+int create_server_tables(sqlite3 *database, std::shared_ptr<const dovrin_host::Ring_sink> records) {
+  const int created = create_system_table(database, std::make_unique<Variables_table>());
+  return created != SQLITE_OK
+             ? created
+             : create_system_table(database, std::make_unique<Error_log_table>(std::move(records)));
+}
+
+}  // namespace halvex_sqlite

@@ -1,0 +1,44 @@
+// SQLite's extension interface as every unit of this adapter includes it: all calls go through the
+// table of routines that SQLite hands over at load, so the adapter links no SQLite of its own.
+
+#ifndef HALVEX_SQLITE_SQLITE_API_H
+#define HALVEX_SQLITE_SQLITE_API_H
+
+#include <sqlite3ext.h>
+
+#include <exception>
+#include <new>
+#include <string>
+
+// Set once, by the entry point, before anything else here runs.
+SQLITE_EXTENSION_INIT3
+
+namespace halvex_sqlite {
+
+// Makes SQLite copy a result before the call returns.
+inline sqlite3_destructor_type copy_now() {
+  return SQLITE_TRANSIENT;  // NOLINT(performance-no-int-to-ptr): SQLite's own constant
+}
+
+// Runs `action`, which returns an SQLite result code. No exception passes: lack of memory becomes
+// SQLITE_NOMEM, any other one SQLITE_ERROR after on_error(text).
+template <typename Action, typename On_error>
+int without_exceptions(Action action, On_error on_error) noexcept {
+  try {
+    return action();
+  } catch (const std::bad_alloc &) {
+    return SQLITE_NOMEM;
+  } catch (const std::exception &error) {
+    on_error(error.what());
+  } catch (...) {
+    on_error("an unknown exception");
+  }
+  return SQLITE_ERROR;
+}
+
+// The text as SQLite frees it; null without memory.
+inline char *sqlite_text(const std::string &text) { return sqlite3_mprintf("%s", text.c_str()); }
+
+}  // namespace halvex_sqlite
+
+#endif  // HALVEX_SQLITE_SQLITE_API_H

@@ -1,0 +1,54 @@
+// Tables that show the state of the stand-in server: eponymous virtual tables, so that they are
+// there in every database without CREATE.
+
+#ifndef HALVEX_SQLITE_SYSTEM_TABLE_H
+#define HALVEX_SQLITE_SYSTEM_TABLE_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "server/result.h"
+#include "sqlite/sqlite_api.h"
+
+namespace halvex_sqlite {
+
+// SQL NULL, an integer, or a text.
+using Cell = std::variant<std::monostate, std::int64_t, std::string>;
+
+struct Table_row {
+  std::int64_t rowid = 0;
+  std::vector<Cell> cells;
+};
+
+// What one of these tables is made of. Any thread may ask at any time; a statement sees the rows as
+// they were when it began to read.
+class System_table {
+ public:
+  System_table() = default;
+  System_table(const System_table &) = delete;
+  System_table &operator=(const System_table &) = delete;
+  virtual ~System_table() = default;
+
+  virtual std::string name() const = 0;
+
+  // The column names, separated by commas.
+  virtual std::string columns() const = 0;
+
+  virtual std::vector<Table_row> rows() const = 0;
+
+  // The one column that UPDATE may change; -1 for a table that nobody may change.
+  virtual int writable_column() const { return -1; }
+
+  // Sets that column of a row. The value is only valid during the call.
+  virtual dovrin_host::Status update(const Table_row &row, sqlite3_value *value);
+};
+
+// Puts the table into the connection, which takes it over. Returns an SQLite result code.
+int create_system_table(sqlite3 *database, std::unique_ptr<System_table> table);
+
+}  // namespace halvex_sqlite
+
+#endif  // HALVEX_SQLITE_SYSTEM_TABLE_H
