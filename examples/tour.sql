@@ -6,12 +6,13 @@
 -- they do.
 
 .headers on
-.mode column
+.mode list
 
 .print '1. A digest: the raw bytes, shown in hexadecimal.'
 .print
 SELECT hex(create_digest('SHA256', 'abc')) AS sha256;
 
+.mode column
 .print
 .print '2. A private key, and the public key that belongs to it, as PEM text in user variables.'
 .print

@@ -21,7 +21,7 @@ END;
 CREATE TEMP VIEW why AS
   SELECT '  gives ' || quote(value) FROM result WHERE id = (SELECT max(id) FROM result)
   UNION ALL
-  SELECT printf('  %s %d, %s%n', priority, code, message) || '    ' || hint FROM (
+  SELECT printf('  %s %d: %s', priority, code, message) || char(10) || '    ' || hint FROM (
     SELECT * FROM dovrin_error_log
     WHERE id > (SELECT last_record FROM result ORDER BY id DESC LIMIT 1 OFFSET 1) ORDER BY id);
 

@@ -8,6 +8,7 @@
 #include <dlfcn.h>
 #include <link.h>
 
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -17,9 +18,9 @@
 #include "sqlite/sql_functions.h"
 #include "sqlite/sqlite_api.h"
 
-extern "C" {
 SQLITE_EXTENSION_INIT1
 
+extern "C" {
 using Entry_point = int(sqlite3 *, char **, const sqlite3_api_routines *);
 
 __attribute__((visibility("default"))) Entry_point sqlite3_extension_init;

@@ -51,6 +51,12 @@ bool shows_records_on_stderr() {
   return wish.empty() ? isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0 : wish != "0";
 }
 
+// What a component that refused to start has reported; nobody can query this log any more.
+std::string last_message(const Ring_sink &records) {
+  const auto reported = records.snapshot();
+  return reported.empty() ? std::string{} : " " + reported.back().record.message;
+}
+
 // The sinks of one start, taken away again if the start fails.
 class Attached_sinks {
  public:
@@ -101,7 +107,7 @@ Result<Process_host> start(const std::string &path) {
 
   auto component = server.acquire(path);
   if (!component.ok()) {
-    return component.status();
+    return Status::failure(component.message() + last_message(*records));
   }
   sinks.keep();
   return Process_host{std::move(component).value(), std::move(records)};

@@ -46,7 +46,7 @@ Cell value_cell(const Variable_value &value) {
   if (const auto *integer = std::get_if<long long>(&value)) {
     return std::int64_t{*integer};
   }
-  return text_form(value);
+  return dovrin_host::text_form(value);
 }
 
 Cell limit_cell(const Variable_info &variable, long long limit) {
@@ -65,12 +65,12 @@ class Variables_table : public System_table {
   std::vector<Table_row> rows() const override {
     std::vector<Table_row> rows;
     for (const Variable_info &variable : dovrin_host::Server::instance().variables().list()) {
-      rows.push_back(
-          {static_cast<std::int64_t>(rows.size()) + 1,
-           {variable.name, value_cell(variable.value),
-            std::string{variable_type_name(variable.type)}, value_cell(variable.default_value),
-            limit_cell(variable, variable.minimum), limit_cell(variable, variable.maximum),
-            limit_cell(variable, variable.block_size), variable.comment}});
+      rows.push_back({static_cast<std::int64_t>(rows.size()) + 1,
+                      {variable.name, value_cell(variable.value),
+                       std::string{dovrin_host::variable_type_name(variable.type)},
+                       value_cell(variable.default_value), limit_cell(variable, variable.minimum),
+                       limit_cell(variable, variable.maximum),
+                       limit_cell(variable, variable.block_size), variable.comment}});
     }
     return rows;
   }
@@ -101,9 +101,10 @@ class Error_log_table : public System_table {
       const auto id = static_cast<std::int64_t>(sequence);
       rows.push_back(
           {id,
-           {id, render_time(record.time), std::string{priority_name(record.priority)},
-            std::int64_t{record.code}, record.symbol, record.component, record.function,
-            record.source_file, std::int64_t{record.source_line}, record.message, record.hint}});
+           {id, dovrin_host::render_time(record.time),
+            std::string{dovrin_host::priority_name(record.priority)}, std::int64_t{record.code},
+            record.symbol, record.component, record.function, record.source_file,
+            std::int64_t{record.source_line}, record.message, record.hint}});
     }
     return rows;
   }
