@@ -2,16 +2,18 @@
 
 #include <algorithm>
 #include <atomic>
-#include <exception>
+#include <new>
 #include <utility>
 
 #include "dovrin/services.h"
+#include "server/exception_text.h"
 
 namespace dovrin_host {
 
 struct Error_log::Attached_sink {
   std::shared_ptr<Log_sink> sink;
   std::atomic<bool> failing{false};
+  std::atomic<bool> removed{false};
 };
 
 namespace {
@@ -19,10 +21,8 @@ namespace {
 Status write_guarded(Log_sink &sink, const Log_record &record) {
   try {
     return sink.write(record);
-  } catch (const std::exception &error) {
-    return Status::failure(error.what());
   } catch (...) {
-    return Status::failure("unknown exception");
+    return Status::failure(current_exception_text());
   }
 }
 
@@ -44,7 +44,9 @@ void Error_log::add_sink(std::shared_ptr<Log_sink> sink) {
   attached->sink = std::move(sink);
 
   const std::lock_guard lock{mutex_};
-  const auto same = [&](const auto &other) { return other->sink == attached->sink; };
+  const auto same = [&](const auto &other) {
+    return other->sink == attached->sink && !other->removed;
+  };
   if (std::ranges::any_of(*sinks_, same)) {
     return;
   }
@@ -55,23 +57,41 @@ void Error_log::add_sink(std::shared_ptr<Log_sink> sink) {
 
 void Error_log::remove_sink(const Log_sink *sink) noexcept {
   const std::lock_guard lock{mutex_};
-  auto remaining = std::make_shared<Sinks>(*sinks_);
-  std::erase_if(*remaining, [&](const auto &attached) { return attached->sink.get() == sink; });
-  sinks_ = std::move(remaining);
+  for (const auto &attached : *sinks_) {
+    if (attached->sink.get() == sink) {
+      attached->removed = true;
+    }
+  }
+  try {
+    auto remaining = std::make_shared<Sinks>(*sinks_);
+    std::erase_if(*remaining, [](const auto &attached) { return attached->removed.load(); });
+    sinks_ = std::move(remaining);
+  } catch (const std::bad_alloc &) {
+    // The mark alone keeps records away; a later removal takes the sink out of the list.
+    return;
+  }
 }
 
 void Error_log::submit(const Log_record &record) noexcept {
   const std::shared_ptr<const Sinks> current = sinks();
   for (const auto &attached : *current) {
-    try {
-      const Status status = write_guarded(*attached->sink, record);
-      const bool failed_before = attached->failing.exchange(!status.ok());
-      if (!status.ok() && !failed_before) {
-        report_failure(*current, *attached, status);
-      }
-    } catch (const std::exception &) {
-      attached->failing = true;
+    if (!attached->removed) {
+      write_to(*attached, *current, record);
     }
+  }
+}
+
+void Error_log::write_to(Attached_sink &attached, const Sinks &all,
+                         const Log_record &record) noexcept {
+  try {
+    const Status status = write_guarded(*attached.sink, record);
+    const bool failed_before = attached.failing.exchange(!status.ok());
+    if (!status.ok() && !failed_before) {
+      report_failure(all, attached, status);
+    }
+  } catch (const std::bad_alloc &) {
+    // There is no memory to describe the failure with.
+    attached.failing = true;
   }
 }
 

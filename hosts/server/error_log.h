@@ -46,6 +46,8 @@ class Error_log {
   using Sinks = std::vector<std::shared_ptr<Attached_sink>>;
 
   std::shared_ptr<const Sinks> sinks() const noexcept;
+  static void write_to(Attached_sink &attached, const Sinks &all,
+                       const Log_record &record) noexcept;
   static void report_failure(const Sinks &sinks, const Attached_sink &failed, const Status &status);
 
   mutable std::mutex mutex_;  // guards the pointer; the list behind it never changes

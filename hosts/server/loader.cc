@@ -32,7 +32,7 @@ void Close_object::operator()(void *object) const noexcept { dlclose(object); }
 
 Result<std::unique_ptr<Loaded_component>> Loaded_component::open(const std::string &path) {
   std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) {
+  if (!std::filesystem::exists(path, error)) {
     return Status::failure("There is no component file '" + path + "'.");
   }
   Object_ptr object{dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)};

@@ -2,10 +2,10 @@
 
 #include <openssl/ui.h>
 
-#include <exception>
 #include <filesystem>
 #include <system_error>
 
+#include "server/exception_text.h"
 #include "server/loader.h"
 #include "server/owner.h"
 
@@ -29,14 +29,34 @@ Status in_use(std::string_view name, std::size_t count, const char *by) {
                          (count == 1 ? " uses" : "s use") + " it.");
 }
 
+// Runs `undo` at the end of the scope, unless told that all went well.
+template <typename Undo>
+class Undo_unless_done {
+ public:
+  explicit Undo_unless_done(Undo undo) : undo_{std::move(undo)} {}
+  Undo_unless_done(const Undo_unless_done &) = delete;
+  Undo_unless_done &operator=(const Undo_unless_done &) = delete;
+  ~Undo_unless_done() {
+    if (!done_) {
+      undo_();
+    }
+  }
+
+  void done() { done_ = true; }
+
+ private:
+  Undo undo_;
+  bool done_ = false;
+};
+
 // Calls an entry of a component. An exception of it becomes a failure.
 template <typename Entry>
 Status call_entry(const Loaded_component &component, Entry entry) try {
   const Owner_scope scope{&component};
   return entry();
-} catch (const std::exception &error) {
+} catch (...) {
   return Status::failure("The component '" + component.name() +
-                         "' failed with an exception: " + error.what() + ".");
+                         "' failed with an exception: " + current_exception_text() + ".");
 }
 
 }  // namespace
@@ -61,7 +81,10 @@ Server &Server::instance() {
   return *server;
 }
 
-Server::Server() { UI_set_default_method(UI_null()); }
+Server::Server() {
+  keep_this_library_loaded();
+  UI_set_default_method(UI_null());
+}
 
 Server::~Server() = default;
 
@@ -139,7 +162,7 @@ void Server::give_back(std::string_view name) noexcept try {
     // A component that is in use stays installed, which is what its users need.
     static_cast<void>(stop(installed));
   }
-} catch (const std::exception &) {
+} catch (...) {
   // Out of memory: the component stays installed.
   return;
 }
@@ -171,24 +194,18 @@ Result<Server::Installed_map::iterator> Server::find_or_load(const std::string &
   // memory.
   Installed_map node;
   node.try_emplace(component->name());
-  Status started;
-  try {
-    started = start(*component);
-  } catch (const std::exception &) {
-    unload(std::move(component));
-    throw;
-  }
+  Undo_unless_done unload_again{[&] { unload(std::move(component)); }};
+  Status started = start(*component);
   if (!started.ok()) {
-    unload(std::move(component));
     return started;
   }
+  unload_again.done();
   node.begin()->second.component = std::move(component);
   const std::lock_guard lock{components_mutex_};
   return components_.insert(node.extract(node.begin())).position;
 }
 
 Status Server::start(Loaded_component &component) {
-  keep_this_library_loaded();
   Status connected = component.connect();
   if (!connected.ok()) {
     return connected;
@@ -206,11 +223,12 @@ Status Server::stop(Installed_map::iterator installed) {
   if (const std::size_t open = functions_.hide_unless_open(&component); open > 0) {
     return in_use(component.name(), open, "open function instance");
   }
+  Undo_unless_done show_again{[&] { functions_.show(&component); }};
   Status stopped = call_entry(component, [&] { return component.deinit(); });
   if (!stopped.ok()) {
-    functions_.show(&component);
     return stopped;
   }
+  show_again.done();
   std::unique_ptr<Loaded_component> leaving;
   {
     const std::lock_guard lock{components_mutex_};

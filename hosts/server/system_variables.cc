@@ -1,9 +1,10 @@
 #include "server/system_variables.h"
 
 #include <cstring>
-#include <exception>
 #include <new>
 #include <utility>
+
+#include "server/exception_text.h"
 
 namespace dovrin_host {
 namespace {
@@ -118,9 +119,9 @@ Status check_and_update(const Variable_definition &variable, const Setting &sett
   return {};
 } catch (const std::bad_alloc &) {
   throw;
-} catch (const std::exception &error) {
+} catch (...) {
   return Status::failure("The system variable " + variable.name +
-                         " cannot be set: " + error.what() + ".");
+                         " cannot be set: " + current_exception_text() + ".");
 }
 
 }  // namespace
