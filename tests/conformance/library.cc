@@ -1,0 +1,197 @@
+#include "conformance/library.h"
+
+#include <openssl/core_names.h>
+#include <openssl/err.h>
+#include <openssl/param_build.h>
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
+
+#include <array>
+#include <stdexcept>
+#include <vector>
+
+namespace halvex_test {
+
+namespace {
+
+using Number = std::unique_ptr<BIGNUM, Free_by<BN_clear_free>>;
+using Parameter_builder = std::unique_ptr<OSSL_PARAM_BLD, Free_by<OSSL_PARAM_BLD_free>>;
+using Parameters = std::unique_ptr<OSSL_PARAM, Free_by<OSSL_PARAM_free>>;
+
+const unsigned char *bytes_of(const std::string &text) {
+  return reinterpret_cast<const unsigned char *>(text.data());
+}
+
+unsigned char *bytes_of(std::string &text) {
+  return reinterpret_cast<unsigned char *>(text.data());
+}
+
+void require(bool condition, const std::string &what) {
+  if (!condition) {
+    throw std::runtime_error("the library refuses " + what + ": " + oldest_error());
+  }
+}
+
+Library_bio stream_over(const std::string &text) {
+  return Library_bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+}
+
+std::string contents(BIO *stream) {
+  char *data = nullptr;
+  const long length = BIO_get_mem_data(stream, &data);
+  return {data, static_cast<std::size_t>(length)};
+}
+
+using Init = int (*)(EVP_PKEY_CTX *);
+using Operation = int (*)(EVP_PKEY_CTX *, unsigned char *, std::size_t *, const unsigned char *,
+                          std::size_t);
+
+std::optional<std::string> transformed(EVP_PKEY *key, Init init, Operation operation, int padding,
+                                       const std::string &text) {
+  const Library_key_context context(EVP_PKEY_CTX_new(key, nullptr));
+  if (context == nullptr || init(context.get()) <= 0) {
+    return std::nullopt;
+  }
+  EVP_PKEY_CTX_set_rsa_padding(context.get(), padding);
+  std::size_t length = 0;
+  if (operation(context.get(), nullptr, &length, bytes_of(text), text.size()) <= 0) {
+    return std::nullopt;
+  }
+  std::string result(length, '\0');
+  if (operation(context.get(), bytes_of(result), &length, bytes_of(text), text.size()) <= 0) {
+    return std::nullopt;
+  }
+  result.resize(length);
+  return result;
+}
+
+}  // namespace
+
+const EVP_MD *library_digest(const std::string &name) {
+  const EVP_MD *digest = EVP_get_digestbyname(name.c_str());
+  require(digest != nullptr, "the digest " + name);
+  return digest;
+}
+
+std::string digest_of(const EVP_MD *digest, const std::string &text) {
+  std::array<char, EVP_MAX_MD_SIZE> value{};
+  unsigned length = 0;
+  require(EVP_Digest(text.data(), text.size(), reinterpret_cast<unsigned char *>(value.data()),
+                     &length, digest, nullptr) == 1,
+          "a digest");
+  return {value.data(), length};
+}
+
+Library_key rsa_key(const std::map<std::string, std::string> &numbers) {
+  const Parameter_builder builder(OSSL_PARAM_BLD_new());
+  std::vector<Number> owned;
+  for (const auto &[name, digits] : numbers) {
+    BIGNUM *number = nullptr;
+    require(BN_hex2bn(&number, digits.c_str()) == static_cast<int>(digits.size()),
+            "the number " + name);
+    owned.emplace_back(number);
+    require(OSSL_PARAM_BLD_push_BN(builder.get(), name.c_str(), number) == 1, "the number " + name);
+  }
+  const Parameters parameters(OSSL_PARAM_BLD_to_param(builder.get()));
+  const Library_key_context context(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
+  const int selection =
+      numbers.contains(OSSL_PKEY_PARAM_RSA_D) ? EVP_PKEY_KEYPAIR : EVP_PKEY_PUBLIC_KEY;
+  EVP_PKEY *key = nullptr;
+  require(EVP_PKEY_fromdata_init(context.get()) == 1 &&
+              EVP_PKEY_fromdata(context.get(), &key, selection, parameters.get()) == 1,
+          "an RSA key of these numbers");
+  return Library_key(key);
+}
+
+Library_key new_key(const char *algorithm, const char *parameter) {
+  Library_key key(EVP_PKEY_Q_keygen(nullptr, nullptr, algorithm, parameter));
+  require(key != nullptr, std::string("a new key of ") + algorithm);
+  return key;
+}
+
+std::optional<std::string> private_pem(EVP_PKEY *key) {
+  const Library_bio stream(BIO_new(BIO_s_mem()));
+  if (PEM_write_bio_PKCS8PrivateKey(stream.get(), key, nullptr, nullptr, 0, nullptr, nullptr) !=
+      1) {
+    return std::nullopt;
+  }
+  return contents(stream.get());
+}
+
+std::optional<std::string> public_pem(EVP_PKEY *key) {
+  const Library_bio stream(BIO_new(BIO_s_mem()));
+  if (PEM_write_bio_PUBKEY(stream.get(), key) != 1) {
+    return std::nullopt;
+  }
+  return contents(stream.get());
+}
+
+Library_key read_private_pem(const std::string &pem) {
+  const Library_bio stream = stream_over(pem);
+  return Library_key(PEM_read_bio_PrivateKey(stream.get(), nullptr, nullptr, nullptr));
+}
+
+Library_key read_public_pem(const std::string &pem) {
+  const Library_bio stream = stream_over(pem);
+  return Library_key(PEM_read_bio_PUBKEY(stream.get(), nullptr, nullptr, nullptr));
+}
+
+std::optional<std::string> encrypted(EVP_PKEY *key, int padding, const std::string &text) {
+  return transformed(key, EVP_PKEY_encrypt_init, EVP_PKEY_encrypt, padding, text);
+}
+
+std::optional<std::string> decrypted(EVP_PKEY *key, int padding, const std::string &text) {
+  return transformed(key, EVP_PKEY_decrypt_init, EVP_PKEY_decrypt, padding, text);
+}
+
+std::optional<std::string> signed_with_pss(EVP_PKEY *key, const EVP_MD *digest,
+                                           const std::string &text) {
+  const Library_digest_context context(EVP_MD_CTX_new());
+  EVP_PKEY_CTX *key_context = nullptr;
+  if (EVP_DigestSignInit(context.get(), &key_context, digest, nullptr, key) <= 0) {
+    return std::nullopt;
+  }
+  EVP_PKEY_CTX_set_rsa_padding(key_context, RSA_PKCS1_PSS_PADDING);
+  std::size_t length = 0;
+  if (EVP_DigestSignUpdate(context.get(), text.data(), text.size()) <= 0 ||
+      EVP_DigestSignFinal(context.get(), nullptr, &length) <= 0) {
+    return std::nullopt;
+  }
+  std::string signature(length, '\0');
+  if (EVP_DigestSignFinal(context.get(), bytes_of(signature), &length) <= 0) {
+    return std::nullopt;
+  }
+  signature.resize(length);
+  return signature;
+}
+
+bool verifies_as_pss(EVP_PKEY *key, const EVP_MD *digest, const std::string &text,
+                     const std::string &signature) {
+  const Library_digest_context context(EVP_MD_CTX_new());
+  EVP_PKEY_CTX *key_context = nullptr;
+  if (EVP_DigestVerifyInit(context.get(), &key_context, digest, nullptr, key) <= 0) {
+    return false;
+  }
+  EVP_PKEY_CTX_set_rsa_padding(key_context, RSA_PKCS1_PSS_PADDING);
+  return EVP_DigestVerifyUpdate(context.get(), text.data(), text.size()) > 0 &&
+         EVP_DigestVerifyFinal(context.get(), bytes_of(signature), signature.size()) == 1;
+}
+
+int raw_verify_result(EVP_PKEY *key, const EVP_MD *digest, const std::string &digest_value,
+                      const std::string &signature) {
+  const Library_key_context context(EVP_PKEY_CTX_new(key, nullptr));
+  if (context == nullptr || EVP_PKEY_verify_init(context.get()) < 0 ||
+      EVP_PKEY_CTX_set_signature_md(context.get(), digest) <= 0) {
+    return -1;
+  }
+  return EVP_PKEY_verify(context.get(), bytes_of(signature), signature.size(),
+                         bytes_of(digest_value), digest_value.size());
+}
+
+std::string oldest_error() {
+  std::array<char, 256> text{};
+  ERR_error_string_n(ERR_get_error(), text.data(), text.size());
+  return text.data();
+}
+
+}  // namespace halvex_test
