@@ -20,13 +20,13 @@ std::string message_of_vector(const Vector &vector) {
   return from_hex(vector.at("Msg")).substr(0, std::stoul(vector.at("Len")) / 8);
 }
 
-class Digest_vectors : public Conformance_test,
-                       public ::testing::WithParamInterface<Message_file> {};
+class DigestVectors : public Conformance_test,
+                      public ::testing::WithParamInterface<Message_file> {};
 
 // Expected: the digest in the file. For "SHA3-256" the SHA3-224 digest of the same message, which
 // is worked out by the library: the component never uses SHA3-256, on purpose. The file's own
 // digest is held against the library's, so that a message read wrongly is noticed there too.
-TEST_P(Digest_vectors, EveryMessageHasItsDigest) {
+TEST_P(DigestVectors, EveryMessageHasItsDigest) {
   const auto [name, path] = GetParam();
   const std::vector<Vector> vectors = read_response_file(path, "MD");
   EXPECT_EQ(vectors.size(), lines_beginning_with(path, "MD = "));
@@ -43,7 +43,7 @@ TEST_P(Digest_vectors, EveryMessageHasItsDigest) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Published, Digest_vectors,
+    Published, DigestVectors,
     ::testing::Values(Message_file{"SHA224", "hashes/SHA2/SHA224ShortMsg.rsp"},
                       Message_file{"SHA224", "hashes/SHA2/SHA224LongMsg.rsp"},
                       Message_file{"SHA256", "hashes/SHA2/SHA256ShortMsg.rsp"},
@@ -66,12 +66,12 @@ INSTANTIATE_TEST_SUITE_P(
       return name;
     });
 
-class Digest_chain : public Conformance_test, public ::testing::WithParamInterface<Message_file> {};
+class DigestChain : public Conformance_test, public ::testing::WithParamInterface<Message_file> {};
 
 // The chain of the Monte files: every digest is the next message. Of SHA-2, each link hashes the
 // last three digests together; of SHA-3, the last one. Expected: the file's checkpoints. "SHA3-256"
 // is left out, since its chain is that of another digest.
-TEST_P(Digest_chain, EveryCheckpointIsReached) {
+TEST_P(DigestChain, EveryCheckpointIsReached) {
   const auto [name, path] = GetParam();
   const std::vector<Vector> checkpoints = read_response_file(path, "MD");
   const bool of_three = std::string(name).find('-') == std::string::npos;
@@ -90,7 +90,7 @@ TEST_P(Digest_chain, EveryCheckpointIsReached) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Published, Digest_chain,
+    Published, DigestChain,
     ::testing::Values(Message_file{"SHA224", "hashes/SHA2/SHA224Monte.rsp"},
                       Message_file{"SHA256", "hashes/SHA2/SHA256Monte.rsp"},
                       Message_file{"SHA384", "hashes/SHA2/SHA384Monte.rsp"},
@@ -104,11 +104,11 @@ INSTANTIATE_TEST_SUITE_P(
       return name;
     });
 
-struct Digest_vectors_of_other_hashes : Conformance_test {};
+struct DigestNames : Conformance_test {};
 
 // Expected: SQL NULL without a record. These hashes have published vectors, and the library knows
 // them all, but the component accepts eight names and no other spelling.
-TEST_F(Digest_vectors_of_other_hashes, AreRefusedSilently) {
+TEST_F(DigestNames, OfOtherHashesAreRefusedSilently) {
   for (const char *name :
        {"SHA1",       "SHA-1",    "MD5",       "SHA512-224", "SHA512-256", "SHA512/224",
         "SHA512/256", "SHAKE128", "SHAKE256",  "BLAKE2B512", "BLAKE2S256", "RIPEMD160",
@@ -121,7 +121,7 @@ TEST_F(Digest_vectors_of_other_hashes, AreRefusedSilently) {
 }
 
 // Expected: the same digest, whatever the letter case of the name.
-TEST_F(Digest_vectors_of_other_hashes, NamesAreAcceptedInEveryLetterCase) {
+TEST_F(DigestNames, AreAcceptedInEveryLetterCase) {
   for (const char *name :
        {"SHA224", "SHA256", "SHA384", "SHA512", "SHA3-224", "SHA3-256", "SHA3-384", "SHA3-512"}) {
     std::string spelling = name;
