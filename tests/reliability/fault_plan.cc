@@ -1,0 +1,47 @@
+#include "fault_plan.h"
+
+namespace reliability {
+namespace {
+
+struct Plan {
+  bool armed = false;
+  Fault_source source = Fault_source::cxx;
+  Fault_mode mode = Fault_mode::once;
+  std::size_t nth = 0;
+  std::size_t asked = 0;
+  std::size_t struck = 0;
+};
+
+thread_local Plan plan;
+thread_local int pauses = 0;
+
+}  // namespace
+
+void arm_faults(Fault_source source, Fault_mode mode, std::size_t nth) {
+  plan = Plan{true, source, mode, nth, 0, 0};
+}
+
+bool disarm_faults() {
+  plan.armed = false;
+  return plan.struck > 0;
+}
+
+std::size_t faults_struck() { return plan.struck; }
+
+Fault_pause::Fault_pause() { ++pauses; }
+Fault_pause::~Fault_pause() { --pauses; }
+
+std::size_t requests_since_armed() { return plan.asked; }
+
+bool fault_strikes(Fault_source source) {
+  if (!plan.armed || pauses > 0 || plan.source != source) {
+    return false;
+  }
+  ++plan.asked;
+  const bool strikes =
+      plan.asked == plan.nth || (plan.mode == Fault_mode::from_then_on && plan.asked > plan.nth);
+  plan.struck += strikes ? 1 : 0;
+  return strikes;
+}
+
+}  // namespace reliability
