@@ -77,6 +77,9 @@ KEYWORDS_THAT_OPEN_NO_STATEMENT = {
 
 STATEMENTS_OF_ONE_WORD = {"break", "continue", "throw", "return"}
 
+# The ends of names that are numbers; an exchange of one with anything else would not compile.
+NUMBER_LIKE = re.compile(r"(length|size|capacity|needed|bits|code|line|priority|warning|error|padding|PADDING|RESULT)(_|$)")
+
 # What may stand before the brace that opens a function's body or a block in it.
 BEFORE_A_BLOCK = {")", "noexcept", "override", "const", "else", "try", "do", "}", "{", ";"}
 
@@ -308,20 +311,17 @@ class Generator:
             return True
         return len(texts) > 2 and words[-1] and texts[-2] in ("*", "&", "&&") and words[-3]
 
-    def kind_of_literal(self, element):
-        """The kind of an element that is one literal; "null" for nullptr, else an empty text."""
-        tokens = self.tokens[element[0] : element[1] + 1]
-        if len(tokens) != 1:
-            return ""
-        if tokens[0].text == "nullptr":
-            return "null"
-        return tokens[0].kind if tokens[0].kind in ("number", "string") else ""
+    def is_a_number(self, first, last):
+        """Whether an element looks like a number, by its last word."""
+        word = self.tokens[last]
+        return word.kind == "number" or (word.kind == "word" and bool(NUMBER_LIKE.search(word.text)))
 
     def exchange_neighbours(self, kind, elements):
         for left, right in zip(elements, elements[1:]):
-            literals = {self.kind_of_literal(left), self.kind_of_literal(right)}
-            if "null" in literals or literals == {"number", "string"}:
-                continue  # the compiler would refuse, or nothing would change
+            if "nullptr" in (self.tokens[left[0]].text, self.tokens[right[0]].text):
+                continue
+            if self.is_a_number(*left) != self.is_a_number(*right):
+                continue  # the compiler would refuse it
             left_start, left_end = self.span(*left)
             right_start, right_end = self.span(*right)
             self.add(
