@@ -407,6 +407,9 @@ char *HX_functions::sign(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/, un
     report(at_this_line(signing_failed), sign_name, algorithm.c_str(), digest_type.c_str());
     return nullptr;
   }
+  if (*length < initid->max_length) {
+    initid->ptr[*length] = '\0';  // an earlier row with a longer key may have left more
+  }
   return row_exit.succeed(initid->ptr);
 }
 
