@@ -71,9 +71,9 @@ std::optional<bool> boolean_form(const Setting &setting) {
   if (const std::string *const text = std::get_if<std::string>(&setting)) {
     return boolean_of_text(*text);
   }
-  const std::optional<long long> integer = integer_form(setting);
-  const bool either = integer == 0LL || integer == 1LL;
-  return either ? std::optional{*integer == 1} : std::nullopt;
+  const long long integer = integer_form(setting).value_or(-1);
+  return integer == 0 || integer == 1 ? std::optional{integer == 1} : std::nullopt;
+} : std::nullopt;
 }
 
 std::string text_form(const Setting &setting) {

@@ -1,0 +1,32 @@
+// A component that requires a service which no server has. Its init must never run.
+
+#include <cstdlib>
+
+#include "test_component.h"
+
+namespace {
+
+void *missing_slot = nullptr;
+
+const Dovrin_required_service required[] = {
+    {"udf_registration", &test_component::functions_slot},
+    {"no_such_service", &missing_slot},
+    {nullptr, nullptr},
+};
+
+int init() { std::abort(); }
+
+int deinit() { return 0; }
+
+const Dovrin_component descriptor{
+    "dovrin::unknown_service",
+    test_component::no_provided_services,
+    required,
+    test_component::no_metadata,
+    &init,
+    &deinit,
+};
+
+}  // namespace
+
+TEST_COMPONENT_EXPORT const Dovrin_component *list_components(void) { return &descriptor; }
