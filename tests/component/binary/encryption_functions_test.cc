@@ -1,0 +1,314 @@
+// asymmetric_encrypt and asymmetric_decrypt.
+
+#include "peer.h"
+#include "support/component_test.h"
+
+namespace halvex_test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::IsEmpty;
+
+constexpr int pkcs1 = 1;
+constexpr int oaep = 4;
+
+class EncryptionFunctions : public Component_test {
+ protected:
+  EncryptionFunctions() { silence_pass_phrase_prompt(); }
+
+  Call_result encrypt(const std::string &data, const std::string &key) const {
+    return call("asymmetric_encrypt", {"RSA", data, key});
+  }
+  Call_result decrypt(const std::string &data, const std::string &key) const {
+    return call("asymmetric_decrypt", {"RSA", data, key});
+  }
+  void switch_legacy_padding(bool on) const {
+    set_boolean_variable(server.variable("rsa_support_legacy_padding"), on);
+  }
+
+  static Record encryption_failed(const std::string &data_length) {
+    return error_record(13925, 354, "functions", "encrypt",
+                        {"asymmetric_encrypt", "RSA", data_length});
+  }
+  static Record decryption_failed(const std::string &data_length) {
+    return error_record(13926, 435, "functions", "operator()",
+                        {"asymmetric_decrypt", "RSA", data_length});
+  }
+  static Record too_long(const std::string &function, const std::string &length,
+                         const std::string &limit) {
+    return error_record(13924, 202, "rsa_implementation", "supported_length",
+                        {length, function, "RSA", limit});
+  }
+
+  const std::string private_key = fixture("rsa2048.pem");
+  const std::string public_key = fixture("rsa2048-public.pem");
+};
+
+// --- encryption
+
+TEST_F(EncryptionFunctions, CiphertextIsOaepAndAsLongAsTheModulus) {
+  const Row_result row = encrypt("hello", public_key).row;
+  EXPECT_EQ(row.bytes.size(), 256U);
+  EXPECT_EQ(peer_decrypt(private_key, row.bytes, oaep), "hello");
+  EXPECT_THAT(server.records(), IsEmpty());
+}
+
+TEST_F(EncryptionFunctions, LegacySettingDoesNotChangeThePaddingOfEncryption) {
+  switch_legacy_padding(true);
+  EXPECT_EQ(peer_decrypt(private_key, encrypt("hello", public_key).row.bytes, oaep), "hello");
+}
+
+TEST_F(EncryptionFunctions, AlgorithmInLowerCaseWorks) {
+  EXPECT_FALSE(call("asymmetric_encrypt", {"rsa", "hello", public_key}).row.is_null);
+  EXPECT_FALSE(
+      call("asymmetric_decrypt", {"rsa", peer_encrypt(public_key, "hello", oaep), private_key})
+          .row.is_null);
+}
+
+TEST_F(EncryptionFunctions, KeyOf2048BitsEncrypts214Bytes) {
+  const std::string data(214, 'd');
+  EXPECT_EQ(peer_decrypt(private_key, encrypt(data, public_key).row.bytes, oaep), data);
+}
+
+TEST_F(EncryptionFunctions, KeyOf2048BitsRejects215BytesWithOneRecord) {
+  EXPECT_THAT(encrypt(std::string(215, 'd'), public_key), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(too_long("asymmetric_encrypt", "215", "214")));
+}
+
+TEST_F(EncryptionFunctions, LimitFollowsTheSizeOfTheKey) {
+  const std::vector<std::pair<std::string, size_t>> limits{
+      {"rsa3072-public.pem", 342}, {"rsa4096-public.pem", 470}, {"rsa16384-public.pem", 2006}};
+  for (const auto &[file, limit] : limits) {
+    server.forget_records();
+    EXPECT_FALSE(encrypt(std::string(limit, 'd'), fixture(file)).row.is_null) << file;
+    EXPECT_THAT(encrypt(std::string(limit + 1, 'd'), fixture(file)), IsSqlNull()) << file;
+    EXPECT_THAT(server.records(),
+                ElementsAre(too_long("asymmetric_encrypt", std::to_string(limit + 1),
+                                     std::to_string(limit))))
+        << file;
+  }
+}
+
+TEST_F(EncryptionFunctions, EmptyDataIsNoNullButFailsToEncrypt) {
+  EXPECT_THAT(encrypt("", public_key), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(encryption_failed("0")));
+}
+
+TEST_F(EncryptionFunctions, EncryptingWithAPrivateKeyFailsWithoutAnOpensslRecord) {
+  EXPECT_THAT(encrypt("hello", private_key), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(encryption_failed("5")));
+}
+
+TEST_F(EncryptionFunctions, EncryptingWithAnUnreadableKeyIsReportedByOpensslAlone) {
+  for (const char *file : {"rsa2048-public-bad-base64.pem", "rsa2048-public-bad-label.pem",
+                           "rsa2048-public-truncated.pem"}) {
+    server.forget_records();
+    EXPECT_THAT(encrypt("hello", fixture(file)), IsSqlNull()) << file;
+    EXPECT_THAT(server.records(),
+                ElementsAre(openssl_record("asymmetric_encrypt", "RSA",
+                                           error_of_reading_public(fixture(file)))))
+        << file;
+  }
+}
+
+TEST_F(EncryptionFunctions, EncryptingWithAnEmptyKeyIsReportedByOpensslAlone) {
+  EXPECT_THAT(encrypt("hello", ""), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(openssl_record("asymmetric_encrypt", "RSA",
+                                                           error_of_reading_public(""))));
+}
+
+TEST_F(EncryptionFunctions, EncryptedPrivateKeyIsUnreadable) {
+  for (const char *file : {"rsa2048-encrypted.pem", "rsa2048-encrypted-traditional.pem"}) {
+    server.forget_records();
+    EXPECT_THAT(decrypt(std::string(256, 'c'), fixture(file)), IsSqlNull()) << file;
+    EXPECT_THAT(server.records(), ElementsAre(IsOpensslRecord("asymmetric_decrypt", "RSA")))
+        << file;
+  }
+}
+
+TEST_F(EncryptionFunctions, EncryptingWithAnEcKeyFailsWithRecords) {
+  const Row_result row = encrypt("hello", fixture("ec-p256-public.pem")).row;
+  EXPECT_THAT(row, IsSqlNull());
+  EXPECT_THAT(server.records(),
+              ElementsAre(IsOpensslRecord("asymmetric_encrypt", "RSA"), encryption_failed("5")));
+}
+
+// Its limit is negative and lets every length pass; OpenSSL refuses the operation.
+TEST_F(EncryptionFunctions, KeyOfFewerThan42BytesAcceptsEveryLengthAndFailsInOpenssl) {
+  for (const size_t length : {1UL, 300UL}) {
+    server.forget_records();
+    EXPECT_THAT(encrypt(std::string(length, 'd'), fixture("rsa-tiny-public.pem")), IsSqlNull());
+    EXPECT_THAT(server.records(), ElementsAre(IsOpensslRecord("asymmetric_encrypt", "RSA"),
+                                              encryption_failed(std::to_string(length))));
+  }
+}
+
+TEST_F(EncryptionFunctions, BytesBehindAShorterCiphertextAreThoseOfTheRowBefore) {
+  Call_site site(server.function("asymmetric_encrypt"),
+                 {"RSA", "hello", fixture("rsa4096-public.pem")});
+  const std::string longer = site.row().bytes;
+  const std::string shorter = site.row({"RSA", "hello", public_key}).bytes;
+  ASSERT_EQ(longer.size(), 512U);
+  ASSERT_EQ(shorter.size(), 256U);
+  EXPECT_EQ(std::string(site.instance().ptr, 512), shorter + longer.substr(256));
+}
+
+TEST_F(EncryptionFunctions, BufferThatTheServerDeclaredShorterIsReported) {
+  Call_site site(server.function("asymmetric_encrypt"), {"RSA", "hello", public_key});
+  site.instance().max_length = 255;
+  EXPECT_THAT(site.row(), IsSqlNull());
+  EXPECT_THAT(server.records(),
+              ElementsAre(error_record(13929, 258, "algorithm_implementation", "encrypt",
+                                       {"asymmetric_encrypt", "RSA", "255", "256"}),
+                          encryption_failed("5")));
+}
+
+TEST_F(EncryptionFunctions, NullKeyIsNullWithoutReadingAKey) {
+  EXPECT_THAT(call("asymmetric_encrypt", {"RSA", "hello", null_string()}), IsSqlNull());
+  EXPECT_THAT(server.records(),
+              ElementsAre(warning_record(
+                  13919, 334, "functions", "encrypt",
+                  {"asymmetric_encrypt", "Non-null value for algorithm, public key and data"})));
+}
+
+// --- decryption
+
+TEST_F(EncryptionFunctions, OaepIsDecryptedWhateverTheLegacySetting) {
+  const std::string ciphertext = peer_encrypt(public_key, "hello", oaep);
+  for (const bool legacy : {false, true}) {
+    switch_legacy_padding(legacy);
+    EXPECT_EQ(decrypt(ciphertext, private_key).row.bytes, "hello");
+    EXPECT_EQ(decrypt(ciphertext, fixture("rsa2048-traditional.pem")).row.bytes, "hello");
+  }
+  EXPECT_THAT(server.records(), IsEmpty());
+}
+
+TEST_F(EncryptionFunctions, EveryByteValueSurvivesTheRoundTrip) {
+  std::string data;
+  for (int byte = 0; byte < 256; ++byte) {
+    data.push_back(static_cast<char>(byte));
+  }
+  const std::string ciphertext = encrypt(data, fixture("rsa4096-public.pem")).row.bytes;
+  EXPECT_EQ(decrypt(ciphertext, fixture("rsa4096.pem")).row.bytes, data);
+}
+
+TEST_F(EncryptionFunctions, EmptyPlaintextIsAValue) {
+  const Row_result row = decrypt(peer_encrypt(public_key, "", oaep), private_key).row;
+  EXPECT_FALSE(row.is_null);
+  EXPECT_EQ(row.bytes, "");
+}
+
+TEST_F(EncryptionFunctions, RestOfTheBufferBehindAPlaintextIsZero) {
+  Call_site site(server.function("asymmetric_decrypt"),
+                 {"RSA", peer_encrypt(public_key, std::string(200, 'p'), oaep), private_key});
+  ASSERT_EQ(site.row().bytes.size(), 200U);
+  const Row_result row = site.row({"RSA", peer_encrypt(public_key, "short", oaep), private_key});
+  EXPECT_EQ(std::string(site.instance().ptr, 12800), row.bytes + std::string(12795, '\0'));
+}
+
+TEST_F(EncryptionFunctions, Pkcs1CiphertextIsNullWithTheLegacySettingOff) {
+  EXPECT_THAT(decrypt(peer_encrypt(public_key, "hello", pkcs1), private_key), IsSqlNull());
+  EXPECT_THAT(server.records(),
+              ElementsAre(IsOpensslRecord("asymmetric_decrypt", "RSA"), decryption_failed("256")));
+}
+
+TEST_F(EncryptionFunctions, Pkcs1CiphertextIsDecryptedWithTheLegacySettingOnAfterTheRecordsOfOaep) {
+  switch_legacy_padding(true);
+  EXPECT_EQ(decrypt(peer_encrypt(public_key, "hello", pkcs1), private_key).row.bytes, "hello");
+  EXPECT_THAT(server.records(),
+              ElementsAre(IsOpensslRecord("asymmetric_decrypt", "RSA"), decryption_failed("256")));
+}
+
+TEST_F(EncryptionFunctions, LegacySettingIsReadForEveryRow) {
+  const std::string ciphertext = peer_encrypt(public_key, "hello", pkcs1);
+  Call_site site(server.function("asymmetric_decrypt"), {"RSA", ciphertext, private_key});
+  EXPECT_THAT(site.row(), IsSqlNull());
+  switch_legacy_padding(true);
+  EXPECT_EQ(site.row().bytes, "hello");
+  switch_legacy_padding(false);
+  EXPECT_THAT(site.row(), IsSqlNull());
+}
+
+TEST_F(EncryptionFunctions, CiphertextOfAnotherKeyIsNull) {
+  const std::string ciphertext = peer_encrypt(fixture("rsa2048-other-public.pem"), "hello", oaep);
+  EXPECT_THAT(decrypt(ciphertext, private_key), IsSqlNull());
+  EXPECT_THAT(server.records(),
+              ElementsAre(IsOpensslRecord("asymmetric_decrypt", "RSA"), decryption_failed("256")));
+}
+
+TEST_F(EncryptionFunctions, CiphertextLongerThanTheModulusIsRefusedOncePerAttempt) {
+  const Record refusal = too_long("asymmetric_decrypt", "257", "256");
+  EXPECT_THAT(decrypt(std::string(257, 'c'), private_key), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(refusal));
+  switch_legacy_padding(true);
+  server.forget_records();
+  EXPECT_THAT(decrypt(std::string(257, 'c'), private_key), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(refusal, refusal));
+}
+
+TEST_F(EncryptionFunctions, EmptyCiphertextFailsWithoutAnOpensslRecordOncePerAttempt) {
+  EXPECT_THAT(decrypt("", private_key), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(decryption_failed("0")));
+  switch_legacy_padding(true);
+  server.forget_records();
+  EXPECT_THAT(decrypt("", private_key), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(decryption_failed("0"), decryption_failed("0")));
+}
+
+TEST_F(EncryptionFunctions, FullSizeCiphertextWithAPublicKeyIsTooLongOncePerAttempt) {
+  const Record refusal = too_long("asymmetric_decrypt", "256", "214");
+  EXPECT_THAT(decrypt(std::string(256, 'c'), public_key), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(refusal));
+  switch_legacy_padding(true);
+  server.forget_records();
+  EXPECT_THAT(decrypt(std::string(256, 'c'), public_key), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(refusal, refusal));
+}
+
+TEST_F(EncryptionFunctions, ShorterCiphertextWithAPublicKeyFailsWithoutAnOpensslRecord) {
+  EXPECT_THAT(decrypt(std::string(214, 'c'), public_key), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(decryption_failed("214")));
+  switch_legacy_padding(true);
+  server.forget_records();
+  EXPECT_THAT(decrypt(std::string(214, 'c'), public_key), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(decryption_failed("214"), decryption_failed("214")));
+}
+
+TEST_F(EncryptionFunctions, UnreadableKeyIsReportedOncePerDecryptionAttempt) {
+  const Record unreadable =
+      openssl_record("asymmetric_decrypt", "RSA", error_of_reading_public("no key"));
+  EXPECT_THAT(decrypt("cipher", "no key"), IsSqlNull());
+  EXPECT_THAT(server.records(), ElementsAre(unreadable));
+  switch_legacy_padding(true);
+  server.forget_records();
+  EXPECT_THAT(decrypt("cipher", "no key"), IsSqlNull());
+  EXPECT_EQ(server.records().size(), 2U);
+  EXPECT_THAT(server.records(), ::testing::Each(IsOpensslRecord("asymmetric_decrypt", "RSA")));
+}
+
+TEST_F(EncryptionFunctions, BufferThatTheServerDeclaredShorterThanTheModulusIsReported) {
+  Call_site site(server.function("asymmetric_decrypt"),
+                 {"RSA", peer_encrypt(public_key, "hello", oaep), private_key});
+  site.instance().max_length = 255;
+  EXPECT_THAT(site.row(), IsSqlNull());
+  EXPECT_THAT(server.records(),
+              ElementsAre(error_record(13929, 318, "algorithm_implementation", "decrypt",
+                                       {"asymmetric_decrypt", "RSA", "255", "256"}),
+                          decryption_failed("256")));
+}
+
+TEST_F(EncryptionFunctions, PrivateKeyOfThreePrimesDecrypts) {
+  const std::string ciphertext =
+      encrypt("hello", fixture("rsa2048-three-primes-public.pem")).row.bytes;
+  EXPECT_EQ(decrypt(ciphertext, fixture("rsa2048-three-primes.pem")).row.bytes, "hello");
+}
+
+TEST_F(EncryptionFunctions, KeyOf16384BitsWorks) {
+  const std::string ciphertext = encrypt("hello", fixture("rsa16384-public.pem")).row.bytes;
+  EXPECT_EQ(ciphertext.size(), 2048U);
+  EXPECT_EQ(decrypt(ciphertext, fixture("rsa16384.pem")).row.bytes, "hello");
+}
+
+}  // namespace
+}  // namespace halvex_test

@@ -1,0 +1,124 @@
+#include "sql_functions.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "peer.h"
+#include "support/fixture.h"
+
+namespace halvex_test {
+namespace {
+
+// The line of a report whose site has no fixed line.
+long long line_of(const std::string &site) {
+  return line_of_source("components/halvex_encryption/functions.cc", "at_this_line(" + site + ")");
+}
+
+std::string type_refusal(const std::string &expected) {
+  return "Mismatch in type of argument. Expected " + expected + ".";
+}
+
+std::vector<Sql_function> make_functions() {
+  const std::string private_key = fixture("rsa2048.pem");
+  const std::string public_key = fixture("rsa2048-public.pem");
+  const std::string algorithm = type_refusal("string argument for algorithm");
+  const std::string public_key_refusal = type_refusal("string arguments for public key");
+  const std::string private_key_refusal = type_refusal("string arguments for private key");
+  const std::string digest_type = type_refusal("string arguments for digest type");
+
+  return {
+      {"create_asymmetric_priv_key",
+       STRING_RESULT,
+       12800,
+       "generate_private_key",
+       {"RSA", 2048},
+       {algorithm, type_refusal("integer argument of key length")},
+       "Non-null value for algorithm and a positive integer value for key size",
+       192,
+       221},
+      {"create_asymmetric_pub_key",
+       STRING_RESULT,
+       12800,
+       "generate_public_key",
+       {"RSA", private_key},
+       {algorithm, type_refusal("string argument for private key")},
+       "Non-null value for algorithm and private key",
+       262,
+       285},
+      {"asymmetric_encrypt",
+       STRING_RESULT,
+       12800,
+       "encrypt",
+       {"RSA", "hello", public_key},
+       {algorithm, type_refusal("string arguments for content to be encrypted"),
+        public_key_refusal},
+       "Non-null value for algorithm, public key and data",
+       334,
+       362},
+      {"asymmetric_decrypt",
+       STRING_RESULT,
+       12800,
+       "decrypt",
+       {"RSA", peer_encrypt(public_key, "hello", 4), private_key},
+       {algorithm, type_refusal("string arguments for content to be decrypted"),
+        private_key_refusal},
+       "Non-null value for algorithm, private key and data",
+       411,
+       453},
+      {"asymmetric_sign",
+       STRING_RESULT,
+       12800,
+       "sign",
+       {"RSA", "hello", private_key, "SHA256"},
+       {algorithm, type_refusal("string arguments for content to be signed"), private_key_refusal,
+        digest_type},
+       "Non-null value for algorithm, private key, digest type and data",
+       line_of("null_for_sign"),
+       line_of("algorithm_for_sign")},
+      {"asymmetric_verify",
+       INT_RESULT,
+       0,
+       "verify",
+       {"RSA", "hello", peer_sign_pss(private_key, "SHA256", "hello"), public_key, "SHA256"},
+       {algorithm, type_refusal("string arguments for content to be verified"),
+        type_refusal("string arguments for signature"), public_key_refusal, digest_type},
+       "Non-null value for algorithm, private key, digest type, digest and data",
+       line_of("null_for_verify"),
+       line_of("algorithm_for_verify")},
+      {"create_digest",
+       STRING_RESULT,
+       64,
+       "digest",
+       {"SHA256", "abc"},
+       {algorithm, type_refusal("string argument for text")},
+       "Non-null value for algorithm and data",
+       line_of("null_for_digest"),
+       0},
+  };
+}
+
+}  // namespace
+
+const std::vector<Sql_function> &sql_functions() {
+  static const std::vector<Sql_function> functions = make_functions();
+  return functions;
+}
+
+const Sql_function &sql_function(const std::string &name) {
+  for (const Sql_function &function : sql_functions()) {
+    if (function.name == name) {
+      return function;
+    }
+  }
+  static_cast<void>(std::fprintf(stderr, "no SQL function %s\n", name.c_str()));
+  std::abort();
+}
+
+std::string test_name(const Sql_function &function) {
+  std::string name = function.name;
+  name.erase(std::remove(name.begin(), name.end(), '_'), name.end());
+  return name;
+}
+
+}  // namespace halvex_test
