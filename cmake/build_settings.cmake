@@ -42,6 +42,12 @@ else()
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>)
 endif()
 
+# What libFuzzer steers by; its main function is linked into the targets alone.
+if(HALVEX_BUILD_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()
+
 if(HALVEX_COVERAGE)
   add_compile_options(--coverage -fprofile-update=atomic -fprofile-abs-path)
   add_link_options(--coverage)

@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "sanitizers.h"
+
 namespace reliability {
 namespace {
 
@@ -43,11 +45,11 @@ void report_crash(int signal_number) {
 void watch_for_crashes() {
   std::array<void *, 2> frames{};
   backtrace(frames.data(), static_cast<int>(frames.size()));
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-  for (const int signal_number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
-    static_cast<void>(std::signal(signal_number, report_crash));
+  if (!under_address_sanitizer && !under_thread_sanitizer) {
+    for (const int signal_number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
+      static_cast<void>(std::signal(signal_number, report_crash));
+    }
   }
-#endif
   static_cast<void>(std::signal(SIGALRM, report_crash));
 }
 

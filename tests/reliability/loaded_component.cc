@@ -21,8 +21,7 @@ class Prepared_arguments {
       types_[i] = argument.type;
       lengths_[i] = argument.length;
       numbers_[i] = argument.number;
-      args_[i] = argument.type == STRING_RESULT ? const_cast<char *>(argument.bytes)
-                                                : reinterpret_cast<char *>(&numbers_[i]);
+      args_[i] = bytes_of(argument, numbers_[i]);
     }
     record_.arg_count = static_cast<unsigned int>(arguments.size());
     record_.arg_type = types_.data();
@@ -32,6 +31,13 @@ class Prepared_arguments {
   UDF_ARGS *get() { return &record_; }
 
  private:
+  static char *bytes_of(const Argument &argument, long long &number) {
+    if (argument.type == STRING_RESULT) {
+      return const_cast<char *>(argument.bytes);
+    }
+    return argument.null_number ? nullptr : reinterpret_cast<char *>(&number);
+  }
+
   std::array<Item_result, most_arguments> types_{};
   std::array<char *, most_arguments> args_{};
   std::array<unsigned long, most_arguments> lengths_{};

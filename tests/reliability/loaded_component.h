@@ -15,12 +15,14 @@ namespace reliability {
 // Largest number of arguments that a call here carries.
 constexpr std::size_t most_arguments = 6;
 
-// One argument of a call. `bytes` is not owned; null with type STRING_RESULT is SQL NULL.
+// One argument of a call. `bytes` is not owned. SQL NULL is a string without bytes, or a number
+// with `null_number`.
 struct Argument {
   Item_result type = STRING_RESULT;
   const char *bytes = nullptr;
   std::size_t length = 0;
   long long number = 0;
+  bool null_number = false;
 };
 
 // How one call (init, one row, deinit) ended.

@@ -1,0 +1,122 @@
+// Error-log records with arbitrary texts and numbers: the first byte of the input picks the code,
+// the fields are the message's arguments (fields.h).
+
+#include <openssl/err.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "bare_server.h"
+#include "dovrin/services.h"
+#include "fields.h"
+#include "halvex_encryption/utilities.h"
+
+extern "C" const Dovrin_component *list_components();
+
+namespace {
+
+using halvex_encryption::utilities::report;
+using halvex_encryption::utilities::Report_site;
+using halvex_fuzz::Exact_copy;
+using halvex_fuzz::require;
+
+constexpr std::size_t most_fields = 4;
+constexpr std::size_t longest_message = 8191;
+
+// The arguments that an input offers to every shape of message.
+struct Texts {
+  std::array<const char *, most_fields> text;
+  std::array<long long, most_fields> number;
+};
+
+std::string formatted(const char *format, ...) __attribute__((format(printf, 1, 2)));
+std::string formatted(const char *format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  va_end(arguments);
+  std::string text(static_cast<std::size_t>(length) + 1, '\0');
+  static_cast<void>(std::vsnprintf(text.data(), text.size(), format, again));
+  va_end(again);
+  text.pop_back();
+  return text;
+}
+
+// Writes one record of each shape and returns what its template must have become.
+std::string report_texts(const Report_site &site, const Texts &a) {
+  report(site, a.text[0], a.text[1], a.text[2]);
+  return formatted("%s %s %s", a.text[0], a.text[1], a.text[2]);
+}
+
+std::string report_length(const Report_site &site, const Texts &a) {
+  const auto length = static_cast<unsigned long long>(a.number[0]);
+  report(site, a.text[0], a.text[1], length);
+  return formatted("%s %s %llu", a.text[0], a.text[1], length);
+}
+
+std::string report_numbers(const Report_site &site, const Texts &a) {
+  const auto size = static_cast<unsigned long long>(a.number[0]);
+  report(site, size, a.text[0], a.text[1], a.number[1], a.number[2]);
+  return formatted("%llu %s %s %lld %lld", size, a.text[0], a.text[1], a.number[1], a.number[2]);
+}
+
+std::string report_unknown(const Report_site &site, const Texts &a) {
+  report(site, a.text[0]);
+  return "invalid error code";
+}
+
+struct Shape {
+  int code;
+  std::string (*report)(const Report_site &site, const Texts &arguments);
+};
+
+constexpr std::array<Shape, 4> shapes{
+    {{13927, report_texts}, {13925, report_length}, {13921, report_numbers}, {1, report_unknown}}};
+
+std::string expected_message(const std::string &text) {
+  std::string message = "Component component_halvex_encryption reported: '" + text + "'";
+  if (message.size() > longest_message) {
+    constexpr std::string_view cut_mark = " <...>";
+    message.resize(longest_message - cut_mark.size());
+    message += cut_mark;
+  }
+  return message;
+}
+
+void initialise_once() {
+  static const bool done =
+      reliability::connect_services(*list_components()) && list_components()->init() == 0;
+  require(done);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  if (size == 0) {
+    return 0;
+  }
+  initialise_once();
+  std::vector<Exact_copy> copies;
+  Texts arguments{{"", "", "", ""}, {}};
+  const std::string_view input{reinterpret_cast<const char *>(data) + 1, size - 1};
+  for (const std::string_view field : halvex_fuzz::split_fields(input, most_fields)) {
+    const std::size_t position = copies.size();
+    copies.emplace_back(field);
+    arguments.text.at(position) = copies.back().data();
+    std::memcpy(&arguments.number.at(position), field.data(),
+                std::min(field.size(), sizeof(long long)));
+  }
+
+  const Shape &shape = shapes.at(data[0] % shapes.size());
+  const Report_site site{shape.code, 1, "utilities", "a_function"};
+  const std::size_t records_before = reliability::submitted_records();
+  const std::string text = shape.report(site, arguments);
+  require(reliability::submitted_records() == records_before + 1);
+  require(reliability::last_record().code == shape.code);
+  require(reliability::last_record().message == expected_message(text));
+  require(reliability::malformed_records() == 0 && reliability::live_server_blocks() == 0);
+  return 0;
+}

@@ -1,0 +1,35 @@
+# The fuzzing targets, for the fuzzer itself and for the replay of kept inputs.
+
+set(HALVEX_FUZZ_FOLDER ${CMAKE_CURRENT_LIST_DIR})
+set(HALVEX_FUZZ_FUNCTIONS
+  create_asymmetric_priv_key
+  create_asymmetric_pub_key
+  asymmetric_encrypt
+  asymmetric_decrypt
+  asymmetric_sign
+  asymmetric_verify
+  create_digest
+)
+set(HALVEX_FUZZ_TARGETS key_reader log_event ${HALVEX_FUZZ_FUNCTIONS})
+
+# The bare server and its call helper, as in tests/reliability.
+add_library(fuzz_support STATIC
+  ${CMAKE_SOURCE_DIR}/tests/reliability/bare_server.cc
+  ${CMAKE_SOURCE_DIR}/tests/reliability/fault_plan.cc
+  ${CMAKE_SOURCE_DIR}/tests/reliability/loaded_component.cc
+)
+target_include_directories(fuzz_support PUBLIC
+  ${HALVEX_FUZZ_FOLDER} ${CMAKE_SOURCE_DIR}/tests/reliability ${CMAKE_SOURCE_DIR}/include)
+target_link_libraries(fuzz_support PUBLIC OpenSSL::Crypto ${CMAKE_DL_LIBS} PRIVATE halvex_warnings)
+
+# add_fuzz_executable(name target): the code of one target around the component's own objects. It still
+# needs a main function: libFuzzer's, or replay.cc.
+function(add_fuzz_executable name target)
+  if(target IN_LIST HALVEX_FUZZ_FUNCTIONS)
+    add_executable(${name} ${HALVEX_FUZZ_FOLDER}/function_fuzz.cc)
+    target_compile_definitions(${name} PRIVATE HALVEX_FUZZ_FUNCTION="${target}")
+  else()
+    add_executable(${name} ${HALVEX_FUZZ_FOLDER}/${target}_fuzz.cc)
+  endif()
+  target_link_libraries(${name} PRIVATE fuzz_support halvex_encryption_objects halvex_warnings)
+endfunction()

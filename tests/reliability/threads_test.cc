@@ -1,0 +1,170 @@
+// Many threads through one loaded component, all seven functions mixed, while another thread sets
+// both variables.
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <openssl/ui.h>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bare_server.h"
+#include "loaded_component.h"
+#include "roads.h"
+#include "sanitizers.h"
+
+namespace reliability {
+namespace {
+
+constexpr std::size_t callers = 8;
+constexpr std::size_t rounds = under_thread_sanitizer ? 2 : 10;
+constexpr long long first_code = 13915;
+constexpr std::size_t codes = 15;
+
+using Counts = std::array<std::size_t, codes>;
+
+Counts records_by_code() {
+  Counts counts{};
+  for (std::size_t i = 0; i < codes; ++i) {
+    counts[i] = submitted_records_of(first_code + static_cast<long long>(i));
+  }
+  return counts;
+}
+
+// The roads whose results and records do not depend on rsa_support_legacy_padding, and how many
+// records of each code one trip makes.
+struct Measured_road {
+  const Road *road;
+  Counts records;
+};
+
+Counts records_of_a_trip(const Road &road, bool legacy, Call_result &result) {
+  Road variant = road;
+  variant.legacy = legacy;
+  const Counts before = records_by_code();
+  travel(variant, result);
+  Counts difference = records_by_code();
+  for (std::size_t i = 0; i < codes; ++i) {
+    difference[i] -= before[i];
+  }
+  return difference;
+}
+
+std::vector<Measured_road> steady_roads() {
+  std::vector<Measured_road> steady;
+  const auto on = std::make_unique<Call_result>();
+  const auto off = std::make_unique<Call_result>();
+  for (const Road &road : all_roads()) {
+    if (road.slow) {
+      continue;
+    }
+    const Counts records = records_of_a_trip(road, true, *on);
+    if (records_of_a_trip(road, false, *off) == records && on->ending == off->ending) {
+      steady.push_back({&road, records});
+    }
+  }
+  return steady;
+}
+
+// Sets both variables without pause until told to stop.
+void keep_setting(const std::atomic<bool> &stop, std::atomic<std::size_t> &failures) {
+  for (long long turn = 0; !stop.load(std::memory_order_relaxed); ++turn) {
+    const bool set = set_variable("maximum_rsa_key_size", turn % 2 == 0 ? 3072 : 4096) &&
+                     set_variable("rsa_support_legacy_padding", turn % 2);
+    const bool refused = !set_variable("maximum_rsa_key_size", 1000);
+    failures += set && refused ? 0 : 1;
+    std::this_thread::yield();
+  }
+}
+
+// Travels every road, each thread starting at another one, and notes what was wrong.
+void keep_calling(std::size_t caller, const std::vector<Measured_road> &roads,
+                  std::string &complaint) {
+  const auto result = std::make_unique<Call_result>();
+  for (std::size_t trip = 0; trip < rounds * roads.size(); ++trip) {
+    const Road &road = *roads[(trip + caller * 5) % roads.size()].road;
+    call(*find_function(road.function.c_str()), road.arguments, *result);
+    const char *wrong = complaint_about(road, *result);
+    if (wrong != nullptr) {
+      complaint += road.name + ": " + wrong + "\n";
+    }
+    if (ERR_peek_error() != 0) {
+      complaint += road.name + ": the OpenSSL queue is not empty\n";
+    }
+  }
+}
+
+TEST(Threads_test, MixedCallsWhileVariablesChange) {
+  UI_set_default_method(UI_null());
+  Loaded_component component{HALVEX_COMPONENT_PATH};
+  ASSERT_NE(component.descriptor(), nullptr);
+  ASSERT_EQ(component.descriptor()->init(), 0);
+  const std::vector<Measured_road> roads = steady_roads();
+  ASSERT_GT(roads.size(), 20U);
+  const Counts before = records_by_code();
+
+  std::atomic<bool> stop{false};
+  std::atomic<std::size_t> refused_settings{0};
+  std::thread setter{[&] { keep_setting(stop, refused_settings); }};
+  std::array<std::string, callers> complaints;
+  std::vector<std::thread> threads;
+  for (std::size_t caller = 0; caller < callers; ++caller) {
+    threads.emplace_back([&, caller] { keep_calling(caller, roads, complaints.at(caller)); });
+  }
+  for (std::thread &thread : threads) {
+    thread.join();
+  }
+  stop = true;
+  setter.join();
+
+  for (const std::string &complaint : complaints) {
+    EXPECT_EQ(complaint, "");
+  }
+  EXPECT_EQ(refused_settings, 0U);
+  EXPECT_EQ(malformed_records(), 0U);
+  EXPECT_EQ(live_server_blocks(), 0);
+  // No record is lost, and none is there twice.
+  Counts expected = before;
+  for (const Measured_road &measured : roads) {
+    for (std::size_t i = 0; i < codes; ++i) {
+      expected[i] += measured.records[i] * callers * rounds;
+    }
+  }
+  EXPECT_EQ(records_by_code(), expected);
+}
+
+// A key of the size that was the limit when its call began is created whatever happens to the
+// limit.
+TEST(Threads_test, KeysAreCreatedWhileTheLimitChanges) {
+  Loaded_component component{HALVEX_COMPONENT_PATH};
+  ASSERT_EQ(component.descriptor()->init(), 0);
+  std::atomic<bool> stop{false};
+  std::atomic<std::size_t> refused_settings{0};
+  std::thread setter{[&] { keep_setting(stop, refused_settings); }};
+  const Road &creation = all_roads().back();
+  ASSERT_EQ(creation.name, "CreateKey");
+  std::array<std::string, 2> complaints;
+  std::vector<std::thread> threads;
+  for (std::string &complaint : complaints) {
+    threads.emplace_back([&] {
+      const auto result = std::make_unique<Call_result>();
+      call(*find_function(creation.function.c_str()), creation.arguments, *result);
+      const char *wrong = complaint_about(creation, *result);
+      complaint = wrong == nullptr ? "" : wrong;
+    });
+  }
+  for (std::thread &thread : threads) {
+    thread.join();
+  }
+  stop = true;
+  setter.join();
+  EXPECT_EQ(complaints[0] + complaints[1], "");
+}
+
+}  // namespace
+}  // namespace reliability
