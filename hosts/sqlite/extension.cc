@@ -32,8 +32,8 @@ namespace {
 
 using dovrin_host::Status;
 
-// The symbol that tells copies of this extension apart.
-constexpr const char *own_entry_name = "sqlite3_halvexsqlite_init";
+// What every copy of this extension exports.
+constexpr const char *entry_name = "sqlite3_halvexsqlite_init";
 
 struct Close_handle {
   void operator()(void *handle) const { dlclose(handle); }
@@ -51,14 +51,21 @@ std::vector<std::string> loaded_objects() {
   return names;
 }
 
+// Where the object that holds the address begins; null if no object holds it.
+const void *object_of(const void *address) {
+  Dl_info object{};
+  return dladdr(address, &object) != 0 ? object.dli_fbase : nullptr;
+}
+
 // Another copy has a server, a component and settings of its own: which of them a connection talks
 // to would depend on the order of loading. Throws std::bad_alloc only.
 Status check_only_copy() {
+  const void *const own_object = object_of(reinterpret_cast<const void *>(&object_of));
   for (const std::string &name : loaded_objects()) {
     const Object_handle object{name.empty() ? nullptr
                                             : dlopen(name.c_str(), RTLD_LAZY | RTLD_NOLOAD)};
-    const void *const entry = object ? dlsym(object.get(), own_entry_name) : nullptr;
-    if (entry != nullptr && entry != reinterpret_cast<const void *>(&sqlite3_halvexsqlite_init)) {
+    const void *const entry = object ? dlsym(object.get(), entry_name) : nullptr;
+    if (entry != nullptr && object_of(entry) != own_object) {
       return Status::failure("Another copy of this extension is loaded already, from '" + name +
                              "'. One process can use one copy only.");
     }

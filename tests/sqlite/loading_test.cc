@@ -1,0 +1,242 @@
+// Loading the extension: what it finds, what it refuses, and where the log goes.
+//
+// What is loaded stays for the life of the process, so these tests need a process each, which CTest
+// gives them.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sqlite/database.h"
+#include "support/loaded_component.h"
+
+namespace halvex_test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// A folder that goes with the test.
+class Temporary_folder {
+ public:
+  Temporary_folder() {
+    std::string name = fs::temp_directory_path() / "halvex-test-XXXXXX";
+    path_ = mkdtemp(name.data());
+  }
+  Temporary_folder(const Temporary_folder &) = delete;
+  Temporary_folder &operator=(const Temporary_folder &) = delete;
+  ~Temporary_folder() { fs::remove_all(path_); }
+
+  std::string operator/(const std::string &name) const { return path_ / name; }
+
+ private:
+  fs::path path_;
+};
+
+std::string bytes_of(const std::string &path) {
+  std::ifstream file{path, std::ios::binary};
+  return {std::istreambuf_iterator<char>{file}, {}};
+}
+
+void write(const std::string &path, const std::string &bytes) {
+  std::ofstream{path, std::ios::binary} << bytes;
+}
+
+class SqliteLoadingTest : public testing::Test {
+ protected:
+  SqliteLoadingTest() {
+    unsetenv("HALVEX_COMPONENT");
+    unsetenv("HALVEX_LOG_FILE");
+  }
+
+  // The error when this file is meant to be the component; the extension can then still be loaded.
+  std::string error_with_component(const std::string &path) {
+    setenv("HALVEX_COMPONENT", path.c_str(), 1);
+    std::string error = load_error(database, extension_path());
+    unsetenv("HALVEX_COMPONENT");
+    return error;
+  }
+
+  // Our part of the error text; SQLite puts a few words in front.
+  static std::string load_error(Database &connection, const std::string &path) {
+    const std::string error = connection.load(path);
+    constexpr std::string_view prefix = "error during initialization: ";
+    EXPECT_THAT(error, StartsWith(prefix));
+    return error.substr(std::min(prefix.size(), error.size()));
+  }
+
+  void expect_working(Database &connection) {
+    EXPECT_EQ(connection.value("SELECT length(create_digest('SHA256', 'abc'))"), "32");
+  }
+
+  Temporary_folder folder;
+  Database database{Database::Extension::absent};
+};
+
+TEST_F(SqliteLoadingTest, FindsTheComponentBesideItself) {
+  EXPECT_EQ(database.load(extension_path()), "");
+  expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, FindsTheComponentThatTheEnvironmentNames) {
+  fs::copy_file(component_path(), folder / "somewhere else.so");
+  setenv("HALVEX_COMPONENT", (folder / "somewhere else.so").c_str(), 1);
+  EXPECT_EQ(database.load(extension_path()), "");
+  expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, CanBeLoadedTwice) {
+  EXPECT_EQ(database.load(extension_path()), "");
+  EXPECT_EQ(database.load(extension_path(), "sqlite3_halvexsqlite_init"), "");
+  expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, SaysThatTheComponentIsMissing) {
+  EXPECT_EQ(error_with_component(folder / "none.so"),
+            "There is no component file '" + (folder / "none.so") + "'.");
+  EXPECT_EQ(database.error("SELECT create_digest('SHA256', 'abc')"),
+            "no such function: create_digest");
+  EXPECT_EQ(database.load(extension_path()), "");
+  expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, SaysThatTheComponentIsDamaged) {
+  const std::string whole = bytes_of(component_path());
+  write(folder / "empty.so", "");
+  write(folder / "text.so", "This is no shared object.\n");
+  write(folder / "cut.so", whole.substr(0, whole.size() / 2));
+  write(folder / "head.so", whole.substr(0, 100));
+  for (const char *const name : {"empty.so", "text.so", "cut.so", "head.so"}) {
+    const std::string path = folder / name;
+    EXPECT_THAT(error_with_component(path),
+                StartsWith("The component file '" + path + "' cannot be loaded: "))
+        << name;
+  }
+  EXPECT_EQ(database.load(extension_path()), "");
+  expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, SaysThatAFileIsNoComponent) {
+  EXPECT_THAT(error_with_component(HALVEX_NO_COMPONENT),
+              HasSubstr("is no component: it has no symbol 'list_components'"));
+}
+
+TEST_F(SqliteLoadingTest, SaysThatTheComponentRefuses) {
+  setenv("COUNTING_COMPONENT_REFUSES", "1", 1);
+  EXPECT_THAT(error_with_component(HALVEX_COUNTING_COMPONENT), HasSubstr("refused to start"));
+  unsetenv("COUNTING_COMPONENT_REFUSES");
+  EXPECT_EQ(database.load(extension_path()), "");
+  expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, RefusesASecondCopyOfTheComponent) {
+  EXPECT_EQ(database.load(extension_path()), "");
+  fs::copy_file(component_path(), folder / "copy.so");
+  Database other{Database::Extension::absent};
+  setenv("HALVEX_COMPONENT", (folder / "copy.so").c_str(), 1);
+  const std::string error = load_error(other, extension_path());
+  EXPECT_THAT(error, HasSubstr(folder / "copy.so"));
+  EXPECT_THAT(error, HasSubstr("dovrin::component_halvex_encryption"));
+  expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, RefusesASecondCopyOfItself) {
+  EXPECT_EQ(database.load(extension_path()), "");
+  fs::copy_file(component_path(), folder / "component_halvex_encryption.so");
+  fs::copy_file(extension_path(), folder / "halvex_sqlite.so");
+  Database other{Database::Extension::absent};
+  EXPECT_EQ(load_error(other, folder / "halvex_sqlite.so"),
+            "Another copy of this extension is loaded already, from '" +
+                fs::canonical(extension_path()).string() + "'. One process can use one copy only.");
+  expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, TheSameFileByAnotherNameIsNoSecondCopy) {
+  EXPECT_EQ(database.load(extension_path()), "");
+  fs::create_symlink(extension_path(), folder / "link.so");
+  Database other{Database::Extension::absent};
+  EXPECT_EQ(other.load(folder / "link.so", "sqlite3_halvexsqlite_init"), "");
+  expect_working(other);
+}
+
+TEST_F(SqliteLoadingTest, ServesEveryLaterConnectionIfAsked) {
+  EXPECT_EQ(database.load(extension_path(), "halvex_sqlite_every_connection_init"), "");
+  expect_working(database);
+  Database later{Database::Extension::absent};
+  expect_working(later);
+  EXPECT_EQ(later.value("SELECT count(*) FROM dovrin_variables"), "2");
+}
+
+TEST_F(SqliteLoadingTest, ServesOnlyTheConnectionThatLoadsItOtherwise) {
+  EXPECT_EQ(database.load(extension_path()), "");
+  Database later{Database::Extension::absent};
+  EXPECT_EQ(later.error("SELECT create_digest('SHA256', 'abc')"),
+            "no such function: create_digest");
+}
+
+TEST_F(SqliteLoadingTest, StaysWhenAllConnectionsAreClosed) {
+  {
+    Database first;
+    expect_working(first);
+    first.run("UPDATE dovrin_variables SET value = 2048 WHERE name LIKE '%size'");
+  }
+  Database second;
+  expect_working(second);
+  EXPECT_EQ(second.value("SELECT value FROM dovrin_variables WHERE name LIKE '%size'"), "2048");
+}
+
+TEST_F(SqliteLoadingTest, WritesRecordsToTheLogFileAsLinesOfJson) {
+  setenv("HALVEX_LOG_FILE", (folder / "records.json").c_str(), 1);
+  EXPECT_EQ(database.load(extension_path()), "");
+  database.value("SELECT create_digest('SHA256', NULL)");
+  database.value("SELECT create_asymmetric_priv_key('RSA', 1)");
+
+  std::istringstream lines{bytes_of(folder / "records.json")};
+  std::vector<int> codes;
+  for (std::string line; std::getline(lines, line);) {
+    codes.push_back(nlohmann::json::parse(line).at("code").get<int>());
+  }
+  EXPECT_THAT(codes, ElementsAre(13919, 13921));
+  struct stat status {};
+  ASSERT_EQ(stat((folder / "records.json").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
+TEST_F(SqliteLoadingTest, SaysThatTheLogFileCannotBeOpened) {
+  const std::string path = folder / "no folder/records.json";
+  setenv("HALVEX_LOG_FILE", path.c_str(), 1);
+  EXPECT_EQ(load_error(database, extension_path()),
+            "Cannot open the log file '" + path + "': No such file or directory.");
+  unsetenv("HALVEX_LOG_FILE");
+  EXPECT_EQ(database.load(extension_path()), "");
+  expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, AFullDiskLosesNoRecordOfTheTable) {
+  setenv("HALVEX_LOG_FILE", "/dev/full", 1);
+  EXPECT_EQ(database.load(extension_path()), "");
+  EXPECT_EQ(database.value("SELECT create_digest('SHA256', NULL)"), "NULL");
+  EXPECT_EQ(database.value("SELECT create_digest(NULL, 'abc')"), "NULL");
+  expect_working(database);
+  EXPECT_EQ(database.value("SELECT count(*) FROM dovrin_error_log WHERE code = 13919"), "2");
+  EXPECT_EQ(
+      database.value("SELECT count(*) FROM dovrin_error_log WHERE message LIKE "
+                     "'%Cannot write to the log file ''/dev/full'': No space left on device.%'"),
+      "1");
+}
+
+}  // namespace
+}  // namespace halvex_test

@@ -1,0 +1,248 @@
+// The tables dovrin_variables and dovrin_error_log.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <optional>
+#include <string>
+
+#include "sqlite/database.h"
+
+namespace halvex_test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+const std::string key_size = "component_halvex_encryption.maximum_rsa_key_size";
+const std::string padding = "component_halvex_encryption.rsa_support_legacy_padding";
+
+class SqliteVariablesTest : public testing::Test {
+ protected:
+  // Sets a variable to an SQL expression; the error text, empty for success.
+  std::string set(const std::string &name, const std::string &expression) {
+    return database.error("UPDATE dovrin_variables SET value = " + expression + " WHERE name = '" +
+                          name + "'");
+  }
+
+  std::string get(const std::string &name) {
+    return database.value("SELECT value FROM dovrin_variables WHERE name = '" + name + "'");
+  }
+
+  Database database;
+};
+
+TEST_F(SqliteVariablesTest, ShowsEverythingAboutEach) {
+  EXPECT_THAT(
+      database.rows("SELECT * FROM dovrin_variables"),
+      ElementsAre(
+          ElementsAre(sql_text(key_size), "4096", "'integer'", "4096", "2048", "16384", "1024",
+                      "'Maximum size of RSA key generation'"),
+          ElementsAre(sql_text(padding), "'OFF'", "'boolean'", "'OFF'", "NULL", "NULL", "NULL",
+                      "'Supports legacy padding in decryption and signature verification "
+                      "functions'")));
+}
+
+TEST_F(SqliteVariablesTest, AcceptsKeySizes) {
+  for (const char *const value : {"2048", "3072", "16384", "8192.0", "'5120'"}) {
+    EXPECT_EQ(set(key_size, value), "") << value;
+    EXPECT_EQ(get(key_size), database.value("SELECT CAST(" + std::string{value} + " AS INTEGER)"));
+  }
+}
+
+TEST_F(SqliteVariablesTest, LooksAtTheLow32BitsOfAKeySize) {
+  EXPECT_EQ(set(key_size, "2048"), "");
+  EXPECT_EQ(set(key_size, "4294971392"), "");
+  EXPECT_EQ(get(key_size), "4096");
+}
+
+TEST_F(SqliteVariablesTest, RefusesOtherKeySizesAndSaysWhatIsAllowed) {
+  const std::array values{
+      std::pair{"1024", "1024"},   std::pair{"2047", "2047"},     std::pair{"3000", "3000"},
+      std::pair{"16385", "16385"}, std::pair{"17408", "17408"},   std::pair{"0", "0"},
+      std::pair{"-4096", "-4096"}, std::pair{"'large'", "large"}, std::pair{"''", ""},
+      std::pair{"NULL", "NULL"},   std::pair{"x'3430'", "40"},
+  };
+  for (const auto &[value, shown] : values) {
+    EXPECT_EQ(set(key_size, value), "The system variable " + key_size + " cannot be set to '" +
+                                        shown +
+                                        "'. Allowed are multiples of 1024 from 2048 to 16384.")
+        << value;
+    EXPECT_EQ(get(key_size), "4096");
+  }
+}
+
+TEST_F(SqliteVariablesTest, AcceptsTheFormsOfABoolean) {
+  for (const char *const on : {"'ON'", "'true'", "1", "'1'", "'On'"}) {
+    EXPECT_EQ(set(padding, "'off'"), "");
+    EXPECT_EQ(get(padding), "'OFF'");
+    EXPECT_EQ(set(padding, on), "");
+    EXPECT_EQ(get(padding), "'ON'") << on;
+  }
+}
+
+TEST_F(SqliteVariablesTest, RefusesWhatIsNoBoolean) {
+  for (const char *const value : {"2", "-1", "'yes'", "NULL"}) {
+    EXPECT_THAT(set(padding, value),
+                testing::EndsWith("Allowed are ON, OFF, TRUE, FALSE, 1 and 0."))
+        << value;
+    EXPECT_EQ(get(padding), "'OFF'");
+  }
+}
+
+TEST_F(SqliteVariablesTest, TheDefaultsCanBeSetForAll) {
+  EXPECT_EQ(set(key_size, "8192"), "");
+  EXPECT_EQ(set(padding, "'ON'"), "");
+  EXPECT_EQ(database.error("UPDATE dovrin_variables SET value = default_value"), "");
+  EXPECT_EQ(get(key_size), "4096");
+  EXPECT_EQ(get(padding), "'OFF'");
+}
+
+TEST_F(SqliteVariablesTest, ARefusedValueIsAConstraintThatCanBeIgnored) {
+  EXPECT_EQ(database.error("UPDATE OR IGNORE dovrin_variables SET value = 1"), "");
+  EXPECT_EQ(get(key_size), "4096");
+  EXPECT_EQ(get(padding), "'ON'");
+}
+
+TEST_F(SqliteVariablesTest, OnlyValuesChange) {
+  EXPECT_EQ(database.error("UPDATE dovrin_variables SET name = 'x', value = 8192"),
+            "dovrin_variables: only the value can be changed");
+  EXPECT_EQ(database.error("UPDATE dovrin_variables SET maximum = 32768"),
+            "dovrin_variables: only the value can be changed");
+  EXPECT_EQ(database.error("UPDATE dovrin_variables SET rowid = 7 WHERE rowid = 1"),
+            "dovrin_variables: only the value can be changed");
+  const std::string refusal =
+      "dovrin_variables: rows can be neither inserted nor deleted; UPDATE sets the value of one "
+      "that is "
+      "there";
+  EXPECT_EQ(database.error("INSERT INTO dovrin_variables (name, value) VALUES ('x', 1)"), refusal);
+  EXPECT_EQ(database.error("DELETE FROM dovrin_variables"), refusal);
+  EXPECT_EQ(get(key_size), "4096");
+  EXPECT_EQ(database.value("SELECT count(*) FROM dovrin_variables"), "2");
+}
+
+TEST_F(SqliteVariablesTest, SettingOtherColumnsToWhatTheyAreIsFine) {
+  EXPECT_EQ(
+      database.error("UPDATE dovrin_variables SET value = 8192, name = name, comment = comment "
+                     "WHERE maximum = 16384"),
+      "");
+  EXPECT_EQ(get(key_size), "8192");
+}
+
+TEST_F(SqliteVariablesTest, AnUpdateOfNoRowChangesNothing) {
+  EXPECT_EQ(set("component_halvex_encryption.unknown", "1"), "");
+  EXPECT_EQ(get(key_size), "4096");
+}
+
+TEST_F(SqliteVariablesTest, ASettingOutlivesItsTransactionAndItsConnection) {
+  std::optional<Database> other;
+  other.emplace();
+  other->run("BEGIN; UPDATE dovrin_variables SET value = 2048 WHERE name = '" + key_size +
+             "'; ROLLBACK");
+  other.reset();
+  EXPECT_EQ(get(key_size), "2048");
+}
+
+TEST_F(SqliteVariablesTest, TheKeySizeBoundsCreation) {
+  EXPECT_EQ(set(key_size, "2048"), "");
+  EXPECT_THAT(database.rows("SELECT create_asymmetric_priv_key('RSA', 2048) IS NULL, "
+                            "create_asymmetric_priv_key('RSA', 3072) IS NULL"),
+              ElementsAre(ElementsAre("0", "1")));
+  EXPECT_THAT(
+      database.rows("SELECT code, message FROM dovrin_error_log"),
+      ElementsAre(ElementsAre("13921", MatchesRegex(".*3072.*between 2048 and 2048 bits.*"))));
+}
+
+TEST_F(SqliteVariablesTest, NoSchemaCanReachThem) {
+  database.run(
+      "CREATE TABLE t (a); CREATE TRIGGER lax AFTER INSERT ON t BEGIN"
+      "  UPDATE dovrin_variables SET value = 'ON'; END;"
+      "CREATE VIEW v AS SELECT * FROM dovrin_variables");
+  EXPECT_EQ(database.error("INSERT INTO t VALUES (1)"),
+            "unsafe use of virtual table \"dovrin_variables\"");
+  EXPECT_EQ(database.error("SELECT * FROM v"), "unsafe use of virtual table \"dovrin_variables\"");
+  EXPECT_EQ(get(padding), "'OFF'");
+}
+
+TEST_F(SqliteVariablesTest, NobodyCanMakeATableOfThisKind) {
+  EXPECT_EQ(database.error("CREATE VIRTUAL TABLE mine USING dovrin_variables"),
+            "no such module: dovrin_variables");
+}
+
+class SqliteErrorLogTest : public testing::Test {
+ protected:
+  Database database;
+};
+
+TEST_F(SqliteErrorLogTest, ShowsAllOfARecord) {
+  EXPECT_EQ(database.value("SELECT create_digest('SHA256', NULL)"), "NULL");
+  EXPECT_THAT(
+      database.rows("SELECT * FROM dovrin_error_log"),
+      ElementsAre(ElementsAre(
+          "1", MatchesRegex("'[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}Z'"),
+          "'warning'", "13919", MatchesRegex("'HALVEX_[A-Z_]+'"),
+          "'component:component_halvex_encryption'", "'digest'", "'functions'",
+          MatchesRegex("[0-9]+"),
+          MatchesRegex(
+              "'Component component_halvex_encryption reported: '.*create_digest.*Non-null "
+              "value for algorithm and data.*''"),
+          MatchesRegex("'.+'"))));
+}
+
+TEST_F(SqliteErrorLogTest, ColumnsHaveTheirNames) {
+  EXPECT_EQ(
+      database.value("SELECT group_concat(name) FROM pragma_table_info('dovrin_error_log')"),
+      "'id,time,priority,code,symbol,component,function,source_file,source_line,message,hint'");
+  EXPECT_EQ(database.value("SELECT group_concat(name) FROM pragma_table_info('dovrin_variables')"),
+            "'name,value,type,default_value,minimum,maximum,block_size,comment'");
+}
+
+TEST_F(SqliteErrorLogTest, KeepsTheLastThousandNewestLast) {
+  database.rows(
+      "WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1100) "
+      "SELECT create_digest('SHA256', nullif(i, i)) FROM n");
+  EXPECT_EQ(database.value("SELECT create_asymmetric_priv_key('RSA', 1)"), "NULL");
+  EXPECT_THAT(
+      database.rows("SELECT count(*), min(id), max(id), count(DISTINCT id) FROM dovrin_error_log"),
+      ElementsAre(ElementsAre("1000", "102", "1101", "1000")));
+  EXPECT_EQ(database.value("SELECT code FROM dovrin_error_log LIMIT 1 OFFSET 999"), "13921");
+}
+
+TEST_F(SqliteErrorLogTest, AStatementSeesItAsItWas) {
+  database.value("SELECT create_digest('SHA256', NULL)");
+  EXPECT_EQ(database.value("SELECT count(*) FROM (SELECT create_digest('SHA256', NULL) FROM "
+                           "dovrin_error_log AS a, dovrin_error_log AS b)"),
+            "1");
+}
+
+TEST_F(SqliteErrorLogTest, ConnectionsShareIt) {
+  Database other;
+  EXPECT_EQ(other.value("SELECT create_digest('SHA256', NULL)"), "NULL");
+  EXPECT_EQ(database.value("SELECT code FROM dovrin_error_log WHERE rowid = 1"), "13919");
+}
+
+TEST_F(SqliteErrorLogTest, NobodyCanChangeIt) {
+  for (const char *const statement :
+       {"DELETE FROM dovrin_error_log", "UPDATE dovrin_error_log SET code = 1",
+        "INSERT INTO dovrin_error_log (code) VALUES (1)"}) {
+    EXPECT_EQ(database.error(statement), "table dovrin_error_log may not be modified");
+  }
+}
+
+TEST_F(SqliteErrorLogTest, ViewsCanUseIt) {
+  database.run("CREATE VIEW why AS SELECT code FROM dovrin_error_log ORDER BY id DESC LIMIT 1");
+  EXPECT_THAT(database.rows("SELECT * FROM why"), IsEmpty());
+  EXPECT_EQ(database.value("SELECT create_digest('SHA256', NULL)"), "NULL");
+  EXPECT_EQ(database.value("SELECT * FROM why"), "13919");
+}
+
+TEST_F(SqliteErrorLogTest, ARefusalLeavesNoRecord) {
+  EXPECT_NE(database.error("SELECT create_digest(1, 2)"), "");
+  EXPECT_NE(database.error("UPDATE dovrin_variables SET value = 1"), "");
+  EXPECT_THAT(database.rows("SELECT * FROM dovrin_error_log"), IsEmpty());
+}
+
+}  // namespace
+}  // namespace halvex_test

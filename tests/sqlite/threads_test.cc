@@ -1,0 +1,114 @@
+// Many threads in one process: connections of their own, one shared connection, and interruptions.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sqlite/database.h"
+#include "support/fixture.h"
+
+namespace halvex_test {
+namespace {
+
+constexpr int thread_count = 6;
+
+void in_threads(const std::function<void(int)> &work) {
+  std::vector<std::thread> threads;
+  threads.reserve(thread_count);
+  for (int i = 0; i < thread_count; ++i) {
+    threads.emplace_back(work, i);
+  }
+  for (std::thread &thread : threads) {
+    thread.join();
+  }
+}
+
+void bind_keys(Database &database) {
+  database.bind_text("@private", fixture("rsa2048.pem"));
+  database.bind_text("@public", fixture("rsa2048-public.pem"));
+}
+
+TEST(SqliteThreadsTest, ConnectionsWorkSideBySide) {
+  std::atomic<int> wrong{0};
+  std::atomic<int> reported{0};
+  in_threads([&](int number) {
+    Database database;
+    bind_keys(database);
+    const std::string text = "'text of thread " + std::to_string(number) + "'";
+    for (int round = 0; round < 12; ++round) {
+      wrong += database.value("SELECT CAST(asymmetric_decrypt('RSA', asymmetric_encrypt('RSA', " +
+                              text + ", @public), @private) AS TEXT)") != text;
+      wrong +=
+          database.value("SELECT asymmetric_verify('RSA', " + text + ", asymmetric_sign('RSA', " +
+                         text + ", @private, 'SHA384'), @public, 'sha384')") != "1";
+      wrong += database.value("SELECT create_asymmetric_pub_key('RSA', @private) = @public") != "1";
+      wrong += database.value("SELECT create_digest('SHA256', NULL)") != "NULL";
+      ++reported;
+      database.run(
+          "UPDATE dovrin_variables SET value = 2048 + 1024 * (abs(random()) % 3) "
+          "WHERE name LIKE '%maximum_rsa_key_size'");
+      wrong += database.value(
+                   "SELECT count(*) FROM dovrin_variables WHERE value IN "
+                   "(2048, 3072, 4096, 'OFF')") != "2";
+      wrong += database.value("SELECT count(*) > 0 FROM dovrin_error_log") != "1";
+    }
+  });
+  EXPECT_EQ(wrong, 0);
+  Database database;
+  EXPECT_EQ(database.value("SELECT count(*) FROM dovrin_error_log"), std::to_string(reported));
+}
+
+TEST(SqliteThreadsTest, ConnectionsComeAndGo) {
+  std::atomic<int> wrong{0};
+  in_threads([&](int /*number*/) {
+    for (int round = 0; round < 30; ++round) {
+      Database database;
+      wrong += database.value("SELECT length(create_digest('SHA512', 'abc'))") != "64";
+    }
+  });
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST(SqliteThreadsTest, ThreadsShareAConnection) {
+  Database database;
+  std::atomic<int> wrong{0};
+  in_threads([&](int number) {
+    sqlite3_stmt *raw = nullptr;
+    sqlite3_prepare_v2(database.handle(), "SELECT hex(create_digest('SHA256', ?1)), ?1", -1, &raw,
+                       nullptr);
+    const Statement statement{raw};
+    for (int round = 0; round < 200; ++round) {
+      const std::string text = std::to_string(number) + " " + std::to_string(round);
+      sqlite3_bind_text(raw, 1, text.data(), static_cast<int>(text.size()), nullptr);
+      wrong += sqlite3_step(raw) != SQLITE_ROW;
+      wrong += sqlite3_column_bytes(raw, 0) != 64;
+      wrong += reinterpret_cast<const char *>(sqlite3_column_text(raw, 1)) != text;
+      sqlite3_reset(raw);
+    }
+  });
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST(SqliteThreadsTest, AnotherThreadInterruptsAStatement) {
+  Database database;
+  const Statement endless = database.prepare(
+      "WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) "
+      "SELECT create_digest('SHA256', CAST(i AS TEXT)) FROM n");
+  ASSERT_EQ(sqlite3_step(endless.get()), SQLITE_ROW);
+  std::thread other{[&] { sqlite3_interrupt(database.handle()); }};
+  int step = SQLITE_ROW;
+  while (step == SQLITE_ROW) {
+    step = sqlite3_step(endless.get());
+  }
+  other.join();
+  EXPECT_EQ(step, SQLITE_INTERRUPT);
+  EXPECT_EQ(database.value("SELECT length(create_digest('SHA256', 'abc'))"), "32");
+}
+
+}  // namespace
+}  // namespace halvex_test
