@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "server/service_registry.h"
+#include "server/shared_object_file.h"
 
 namespace dovrin_host {
 namespace {
@@ -34,6 +35,9 @@ Result<std::unique_ptr<Loaded_component>> Loaded_component::open(const std::stri
   std::error_code error;
   if (!std::filesystem::exists(path, error)) {
     return Status::failure("There is no component file '" + path + "'.");
+  }
+  if (is_cut_off(path)) {
+    return Status::failure("The component file '" + path + "' cannot be loaded: it is cut off.");
   }
   Object_ptr object{dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)};
   if (!object) {

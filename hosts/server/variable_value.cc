@@ -73,7 +73,6 @@ std::optional<bool> boolean_form(const Setting &setting) {
   }
   const long long integer = integer_form(setting).value_or(-1);
   return integer == 0 || integer == 1 ? std::optional{integer == 1} : std::nullopt;
-} : std::nullopt;
 }
 
 std::string text_form(const Setting &setting) {

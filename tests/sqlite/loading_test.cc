@@ -118,8 +118,9 @@ TEST_F(SqliteLoadingTest, SaysThatTheComponentIsDamaged) {
   write(folder / "empty.so", "");
   write(folder / "text.so", "This is no shared object.\n");
   write(folder / "cut.so", whole.substr(0, whole.size() / 2));
+  write(folder / "almost.so", whole.substr(0, whole.size() - 1));
   write(folder / "head.so", whole.substr(0, 100));
-  for (const char *const name : {"empty.so", "text.so", "cut.so", "head.so"}) {
+  for (const char *const name : {"empty.so", "text.so", "cut.so", "almost.so", "head.so"}) {
     const std::string path = folder / name;
     EXPECT_THAT(error_with_component(path),
                 StartsWith("The component file '" + path + "' cannot be loaded: "))
