@@ -1,0 +1,210 @@
+// Key_reader and rsa::pkcs1_key_reader.
+
+#include <openssl/err.h>
+
+#include <stdexcept>
+
+#include "classes/class_test.h"
+#include "halvex_encryption/rsa_implementation.h"
+
+namespace halvex_test {
+namespace {
+
+using halvex_encryption::Key_reader;
+using halvex_encryption::Pkey_ptr;
+using halvex_encryption::Read_function;
+using halvex_encryption::rsa::pkcs1_key_reader;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class KeyReader : public Class_test {
+ protected:
+  KeyReader() { ERR_clear_error(); }
+
+  // Reads with the real second reader, and counts how often it is asked.
+  Key_reader read(const std::string &pem) {
+    return {"a_function", "rsa", pem.data(), pem.size(),
+            [this](EVP_PKEY **key, const char *text, std::uint64_t length) {
+              ++fallbacks;
+              pkcs1_key_reader(key, text, length);
+            }};
+  }
+
+  int fallbacks = 0;
+};
+
+TEST_F(KeyReader, Pkcs8AndTraditionalPrivateKeysAreRead) {
+  for (const char *file : {"rsa2048.pem", "rsa2048-traditional.pem"}) {
+    const Key_reader reader = read(fixture(file));
+    EXPECT_TRUE(reader.is_private) << file;
+    ASSERT_NE(reader.key, nullptr) << file;
+    EXPECT_EQ(EVP_PKEY_get_bits(reader.key.get()), 2048) << file;
+  }
+  EXPECT_EQ(fallbacks, 0);
+  EXPECT_THAT(server.records(), IsEmpty());
+}
+
+TEST_F(KeyReader, PublicKeyIsReadWithoutTheFallback) {
+  const Key_reader reader = read(fixture("rsa2048-public.pem"));
+  EXPECT_FALSE(reader.is_private);
+  EXPECT_NE(reader.key, nullptr);
+  EXPECT_EQ(fallbacks, 0);
+  EXPECT_THAT(server.records(), IsEmpty());
+}
+
+TEST_F(KeyReader, KeepsFunctionNameAndUpperCasedAlgorithm) {
+  const Key_reader reader = read(fixture("rsa2048-public.pem"));
+  EXPECT_EQ(reader.metadata.function_name, "a_function");
+  EXPECT_EQ(reader.metadata.algorithm, "RSA");
+}
+
+// Which public labels are read is the library's own decision.
+TEST_F(KeyReader, BlockLabelledRsaPublicKeyIsWhatTheLibraryMakesOfIt) {
+  const std::string pem = fixture("rsa2048-rsa-public.pem");
+  const bool reads = peer_reads_public(pem);
+  const Key_reader reader = read(pem);
+  EXPECT_FALSE(reader.is_private);
+  EXPECT_EQ(reader.key != nullptr, reads);
+  EXPECT_EQ(fallbacks, reads ? 0 : 1);
+  EXPECT_EQ(server.records().size(), reads ? 0U : 1U);
+}
+
+TEST_F(KeyReader, PublicKeyWithTheWordsInACommentCountsAsPrivateAndIsNotRead) {
+  const std::string pem = fixture("rsa2048-public-with-words.pem");
+  ASSERT_TRUE(peer_reads_public(pem));
+  const Key_reader reader = read(pem);
+  EXPECT_TRUE(reader.is_private);
+  EXPECT_EQ(reader.key, nullptr);
+  EXPECT_EQ(fallbacks, 0);
+  EXPECT_THAT(server.records(),
+              ElementsAre(openssl_record("a_function", "RSA", error_of_reading_private(pem))));
+}
+
+TEST_F(KeyReader, WordsBehindTheBlockCountToo) {
+  EXPECT_TRUE(read(fixture("rsa2048-public.pem") + "\nPRIVATE KEY").is_private);
+  EXPECT_TRUE(read(std::string("\0 PRIVATE KEY", 13)).is_private);
+}
+
+TEST_F(KeyReader, LowerCaseOrIncompleteWordsDoNotCountAsPrivate) {
+  for (const char *words : {"private key\n", "PRIVATE KE\n", "PRIVATE  KEY\n", "Private Key\n"}) {
+    const Key_reader reader = read(words + fixture("rsa2048-public.pem"));
+    EXPECT_FALSE(reader.is_private) << words;
+    EXPECT_NE(reader.key, nullptr) << words;
+  }
+}
+
+TEST_F(KeyReader, WordsBehindTheGivenLengthDoNotCount) {
+  const std::string text = "PRIVATE KEY";
+  EXPECT_FALSE(Key_reader("f", "RSA", text.data(), 10, pkcs1_key_reader).is_private);
+}
+
+TEST_F(KeyReader, TextWithoutATerminatorIsRead) {
+  const std::string pem = fixture("rsa2048.pem");
+  const auto exact = std::make_unique<char[]>(pem.size());
+  pem.copy(exact.get(), pem.size());
+  EXPECT_NE(Key_reader("f", "RSA", exact.get(), pem.size(), pkcs1_key_reader).key, nullptr);
+}
+
+TEST_F(KeyReader, EmptyTextIsPublicReadTwiceAndReportedOnce) {
+  const Key_reader reader = read("");
+  EXPECT_FALSE(reader.is_private);
+  EXPECT_EQ(reader.key, nullptr);
+  EXPECT_EQ(fallbacks, 1);
+  EXPECT_THAT(server.records(),
+              ElementsAre(openssl_record("a_function", "RSA", error_of_reading_public(""))));
+}
+
+TEST_F(KeyReader, DamagedAndEncryptedTextsLeaveNoKeyAndOneRecord) {
+  for (const char *file : {"rsa2048-bad-base64.pem", "rsa2048-bad-label.pem",
+                           "rsa2048-truncated.pem", "rsa2048-encrypted.pem",
+                           "rsa2048-encrypted-traditional.pem", "rsa2048-public-bad-base64.pem",
+                           "rsa2048-public-bad-label.pem", "rsa2048-public-truncated.pem"}) {
+    server.forget_records();
+    ERR_clear_error();
+    const Key_reader reader = read(fixture(file));
+    EXPECT_EQ(reader.key, nullptr) << file;
+    EXPECT_THAT(server.records(), ElementsAre(IsOpensslRecord("a_function", "RSA"))) << file;
+  }
+}
+
+TEST_F(KeyReader, LeavesFurtherErrorsInTheQueue) {
+  ERR_raise(ERR_LIB_USER, 1);
+  read("");
+  EXPECT_NE(ERR_peek_error(), 0U);
+  ERR_clear_error();
+}
+
+TEST_F(KeyReader, EcPublicKeyIsAcceptedByTheFirstReading) {
+  const Key_reader reader = read(fixture("ec-p256-public.pem"));
+  EXPECT_FALSE(reader.is_private);
+  ASSERT_NE(reader.key, nullptr);
+  EXPECT_EQ(EVP_PKEY_is_a(reader.key.get(), "EC"), 1);
+  EXPECT_EQ(fallbacks, 0);
+}
+
+TEST_F(KeyReader, PrivateKeysOfOtherTypesAreRead) {
+  for (const char *file : {"ec-p256.pem", "dsa2048.pem", "ed25519.pem", "rsa-pss2048.pem"}) {
+    EXPECT_NE(read(fixture(file)).key, nullptr) << file;
+  }
+}
+
+TEST_F(KeyReader, TakesWhateverTheFallbackStores) {
+  const std::string stored = fixture("rsa3072-public.pem");
+  const std::string text("no key\0 but bytes", 17);
+  const char *seen_text = nullptr;
+  std::uint64_t seen_length = 0;
+  const auto fallback = [&](EVP_PKEY **key, const char *pem, std::uint64_t length) {
+    seen_text = pem;
+    seen_length = length;
+    pkcs1_key_reader(key, stored.data(), stored.size());
+  };
+  const Key_reader reader("f", "RSA", text.data(), text.size(), fallback);
+  EXPECT_EQ(seen_text, text.data());
+  EXPECT_EQ(seen_length, text.size());
+  ASSERT_NE(reader.key, nullptr);
+  EXPECT_EQ(EVP_PKEY_get_bits(reader.key.get()), 3072);
+  EXPECT_THAT(server.records(), IsEmpty());
+}
+
+TEST_F(KeyReader, NullTextOfSomeLengthIsALogicError) {
+  EXPECT_THROW(Key_reader("f", "RSA", nullptr, 1, pkcs1_key_reader), std::logic_error);
+}
+
+TEST_F(KeyReader, EmptyFallbackThatIsNeededIsAnError) {
+  const Read_function none;
+  EXPECT_THROW(Key_reader("f", "RSA", "no key", 6, none), std::bad_function_call);
+  const std::string pem = fixture("rsa2048-public.pem");
+  EXPECT_NE(Key_reader("f", "RSA", pem.data(), pem.size(), none).key, nullptr);
+}
+
+// --- the fallback alone
+
+class Pkcs1KeyReader : public Class_test {
+ protected:
+  static Pkey_ptr read(const std::string &pem) {
+    EVP_PKEY *key = reinterpret_cast<EVP_PKEY *>(1);  // must be overwritten
+    pkcs1_key_reader(&key, pem.data(), pem.size());
+    return Pkey_ptr{key};
+  }
+};
+
+TEST_F(Pkcs1KeyReader, ReadsAnRsaPublicKey) {
+  EXPECT_NE(read(fixture("rsa2048-public.pem")), nullptr);
+}
+
+TEST_F(Pkcs1KeyReader, StoresNullForKeysThatAreNotRsa) {
+  for (const char *file : {"ec-p256-public.pem", "dsa2048-public.pem", "ed25519-public.pem",
+                           "rsa-pss2048-public.pem"}) {
+    EXPECT_EQ(read(fixture(file)), nullptr) << file;
+  }
+}
+
+TEST_F(Pkcs1KeyReader, StoresNullForUnreadableTextsWithoutARecord) {
+  EXPECT_EQ(read(""), nullptr);
+  EXPECT_EQ(read("no key"), nullptr);
+  EXPECT_EQ(read(fixture("rsa2048.pem")), nullptr);
+  EXPECT_THAT(server.records(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace halvex_test
