@@ -158,14 +158,11 @@ Expectation expected_public_key(const std::string &private_pem) {
   Expectation expectation;
   // Any private key that the library reads gives its public key, of whatever kind.
   const Library_key key = read_private_pem(private_pem);
-  if (key == nullptr) {
-    expectation.records.push_back(library_record(derive));
-  } else if (auto pem = public_pem(key.get())) {
+  if (auto pem = key == nullptr ? std::nullopt : public_pem(key.get())) {
     succeed(expectation, std::move(pem));
     return expectation;
-  } else {
-    expectation.records.push_back(library_record(derive));
   }
+  expectation.records.push_back(library_record(derive));
   expectation.records.push_back(
       error_record(13923, 277, "functions", "generate_public_key", {"RSA", derive}));
   return expectation;

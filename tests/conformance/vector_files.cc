@@ -16,15 +16,21 @@ std::string trimmed(std::string_view text) {
   const auto is_blank = [](char byte) {
     return std::isspace(static_cast<unsigned char>(byte)) != 0;
   };
-  while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && is_blank(text.back())) text.remove_suffix(1);
+  while (!text.empty() && is_blank(text.front())) {
+    text.remove_prefix(1);
+  }
+  while (!text.empty() && is_blank(text.back())) {
+    text.remove_suffix(1);
+  }
   return std::string(text);
 }
 
 std::vector<std::string> lines_of(const std::filesystem::path &name) {
   std::istringstream file(vector_file(name));
   std::vector<std::string> lines;
-  for (std::string line; std::getline(file, line);) lines.push_back(trimmed(line));
+  for (std::string line; std::getline(file, line);) {
+    lines.push_back(trimmed(line));
+  }
   return lines;
 }
 
@@ -42,7 +48,9 @@ unsigned digit_value(char digit) {
 }
 
 std::vector<Vector> checked(const std::filesystem::path &name, std::vector<Vector> vectors) {
-  if (vectors.empty()) throw std::runtime_error("no vector in " + name.string());
+  if (vectors.empty()) {
+    throw std::runtime_error("no vector in " + name.string());
+  }
   return vectors;
 }
 
@@ -66,13 +74,21 @@ std::vector<Vector> read_response_file(const std::filesystem::path &name, const 
   std::vector<Vector> vectors;
   Vector values;
   for (std::string line : lines_of(name)) {
-    if (line.empty() || line.front() == '#') continue;
-    if (line.front() == '[') line = trimmed(std::string_view(line).substr(1, line.size() - 2));
+    if (line.empty() || line.front() == '#') {
+      continue;
+    }
+    if (line.front() == '[') {
+      line = trimmed(std::string_view(line).substr(1, line.size() - 2));
+    }
     const auto equals = line.find('=');
-    if (equals == std::string::npos) continue;
+    if (equals == std::string::npos) {
+      continue;
+    }
     const std::string key = trimmed(std::string_view(line).substr(0, equals));
     values[key] = trimmed(std::string_view(line).substr(equals + 1));
-    if (key == last) vectors.push_back(values);
+    if (key == last) {
+      vectors.push_back(values);
+    }
   }
   return checked(name, std::move(vectors));
 }
@@ -83,7 +99,9 @@ std::vector<Vector> read_headed_file(const std::filesystem::path &name, const st
   Vector values;
   std::string heading;
   const auto close_heading = [&] {
-    if (heading == last && !values[heading].empty()) vectors.push_back(values);
+    if (heading == last && !values[heading].empty()) {
+      vectors.push_back(values);
+    }
   };
   for (const std::string &line : lines_of(name)) {
     if (is_hex(line)) {
@@ -108,7 +126,9 @@ std::vector<Vector> read_headed_file(const std::filesystem::path &name, const st
 
 std::size_t lines_beginning_with(const std::filesystem::path &name, const std::string &beginning) {
   std::size_t count = 0;
-  for (const std::string &line : lines_of(name)) count += line.starts_with(beginning) ? 1 : 0;
+  for (const std::string &line : lines_of(name)) {
+    count += line.starts_with(beginning) ? 1 : 0;
+  }
   return count;
 }
 
@@ -117,13 +137,19 @@ std::string from_hex(const std::string &digits) {
   unsigned high = 0;
   bool half = false;
   for (const char digit : digits) {
-    if (std::isspace(static_cast<unsigned char>(digit)) != 0) continue;
+    if (std::isspace(static_cast<unsigned char>(digit)) != 0) {
+      continue;
+    }
     const unsigned value = digit_value(digit);
-    if (half) bytes.push_back(static_cast<char>(high << 4U | value));
+    if (half) {
+      bytes.push_back(static_cast<char>(high << 4U | value));
+    }
     high = value;
     half = !half;
   }
-  if (half) throw std::runtime_error("an odd number of hexadecimal digits");
+  if (half) {
+    throw std::runtime_error("an odd number of hexadecimal digits");
+  }
   return bytes;
 }
 
