@@ -2,7 +2,12 @@
 --
 --   examples/exchange_with_openssl
 --
--- which starts this script in an empty folder and removes the folder afterwards.
+-- which starts this script in a private folder and removes the folder afterwards.
+
+CREATE TABLE place (
+  is_private CONSTRAINT "start examples/exchange_with_openssl, which has a safe place for keys" CHECK (is_private)
+);
+INSERT INTO place SELECT readfile('private_folder') IS NOT NULL;
 
 .headers off
 .mode list
