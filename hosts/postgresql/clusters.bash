@@ -16,6 +16,9 @@ unset "${!PG@}"
 server_start_seconds=60
 clusters_folder=
 declare -A cluster_pids=()
+psql_pid=
+# NAME=VALUE: added to the environment of servers that are started.
+declare -a server_environment=()
 
 cluster_failed() {
   printf '%s: %s\n' "${0##*/}" "$1" >&2
@@ -34,6 +37,7 @@ as_server_user() {
 # Makes the temporary folder and the server program in it, and has both removed at the script's end.
 open_clusters() {
   local pg_config
+  # shellcheck disable=SC2154
   pg_config=$(sed -n 's/^HALVEX_PG_CONFIG:[A-Z]*=//p' "$build/CMakeCache.txt" 2>/dev/null) || true
   [[ -n $pg_config ]] ||
     cluster_failed "'$build' is not a build folder with HALVEX_BUILD_POSTGRESQL_HOST switched on"
@@ -61,7 +65,8 @@ make_server_program() (
   link_all_but halvex "$1" "$tree$1"
   link_all_but extension "$2" "$tree$2"
   link_all_but halvex "$2/extension" "$tree$2/extension"
-  DESTDIR=$tree cmake --install "$build" --component postgresql >"$clusters_folder/install.log" 2>&1 || {
+  DESTDIR=$tree cmake -DCMAKE_INSTALL_COMPONENT=postgresql -P "$build/hosts/postgresql/cmake_install.cmake" \
+    >"$clusters_folder/install.log" 2>&1 || {
     cat -- "$clusters_folder/install.log" >&2
     cluster_failed "the extension could not be taken from '$build'"
   }
@@ -77,7 +82,7 @@ link_all_but() {
 make_data_template() {
   local log=$clusters_folder/initdb.log
   (
-    cd "$clusters_folder"
+    cd "$clusters_folder" || exit
     as_server_user "$pg_bin/initdb" --pgdata="$clusters_folder/template" --username=postgres \
       --auth=trust --encoding=UTF8 --locale=C.UTF-8 --no-sync --no-instructions
   ) >"$log" 2>&1 </dev/null || {
@@ -118,8 +123,8 @@ launch_cluster() {
     start=(setpriv --reuid=postgres --regid=postgres --init-groups --pdeathsig INT --)
   fi
   (
-    cd "$folder"
-    exec setsid "${start[@]}" "$clusters_folder/server$pg_bin/postgres" -D "$folder/data"
+    cd "$folder" || exit
+    exec setsid "${start[@]}" env "${server_environment[@]}" "$clusters_folder/server$pg_bin/postgres" -D "$folder/data"
   ) >>"$folder/server.log" 2>&1 </dev/null &
   cluster_pids[$name]=$!
   wait_for_cluster "$name"
@@ -127,7 +132,7 @@ launch_cluster() {
 
 wait_for_cluster() {
   local name=$1 deadline=$((SECONDS + server_start_seconds))
-  until "$pg_bin/pg_isready" -q -h "$(cluster_socket "$name")"; do
+  until "$pg_bin/pg_isready" -q -h "$(cluster_socket "$name")" -U postgres -d postgres; do
     if ! kill -0 "${cluster_pids[$name]}" 2>/dev/null || ((SECONDS > deadline)); then
       cat -- "$(cluster_log "$name")" >&2
       cluster_failed "the server '$name' did not start; its log is above"
@@ -170,16 +175,38 @@ close_clusters() {
   trap - EXIT
   trap '' INT TERM HUP
   local name
+  if [[ -n $psql_pid ]]; then kill "$psql_pid" 2>/dev/null || true; fi
   for name in "${!cluster_pids[@]}"; do kill -s INT "${cluster_pids[$name]}" 2>/dev/null || true; done
   for name in "${!cluster_pids[@]}"; do wait "${cluster_pids[$name]}" 2>/dev/null || true; done
   if [[ -n $clusters_folder ]]; then rm -rf -- "$clusters_folder"; fi
 }
 
-# psql_on NAME [psql option]...: psql as the superuser in the database `halvex`, without the user's
-# own start file and without a history, because private keys pass through it.
-psql_on() {
+# Becomes psql as the superuser in the database `halvex` of a server, without the user's own start file
+# and without a history, because private keys pass through it.
+exec_psql() {
   local name=$1
   shift
-  PSQL_HISTORY=/dev/null PGHOST=$(cluster_socket "$name") PGPORT=5432 PGUSER=postgres \
-    PGDATABASE=${PGDATABASE:-halvex} "$pg_bin/psql" -X -v ON_ERROR_STOP=1 "$@"
+  export PSQL_HISTORY=/dev/null PGHOST PGPORT=5432 PGUSER=postgres PGDATABASE=${PGDATABASE:-halvex}
+  PGHOST=$(cluster_socket "$name")
+  exec "$pg_bin/psql" -X -v ON_ERROR_STOP=1 "$@"
+}
+
+# psql_on NAME [psql option]...: runs psql and returns its status.
+psql_on() (
+  exec_psql "$@"
+)
+
+# psql_session NAME [psql option]...: the same for the user of this script, who may type into it. psql
+# runs beside the script, which so can still be told to stop; a Ctrl-C is psql's.
+psql_session() {
+  trap : INT
+  exec_psql "$@" <&0 &
+  psql_pid=$!
+  local status=0
+  while kill -0 "$psql_pid" 2>/dev/null; do
+    status=0
+    wait "$psql_pid" || status=$?
+  done
+  psql_pid=
+  return "$status"
 }

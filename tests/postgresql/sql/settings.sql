@@ -1,0 +1,45 @@
+-- The component's variables as settings of the server.
+
+\x on
+SELECT name, setting, unit, category, short_desc, context, vartype, min_val, max_val, boot_val,
+       reset_val, source
+  FROM pg_settings WHERE name LIKE 'component_halvex_encryption.%' ORDER BY name;
+\x off
+
+-- They are the server's, not a session's.
+SET component_halvex_encryption.maximum_rsa_key_size = 8192;
+SET component_halvex_encryption.rsa_support_legacy_padding = on;
+SET LOCAL component_halvex_encryption.maximum_rsa_key_size = 8192;
+ALTER DATABASE halvex SET component_halvex_encryption.maximum_rsa_key_size = 8192;
+ALTER ROLE postgres SET component_halvex_encryption.rsa_support_legacy_padding = on;
+CREATE FUNCTION f() RETURNS void LANGUAGE sql
+  SET component_halvex_encryption.rsa_support_legacy_padding = on AS '';
+
+-- Multiples of 1024 from 2048 to 16384.
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 1024;
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 2047;
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 3000;
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 16383;
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 16385;
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 17408;
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 0;
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = -2048;
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 'many';
+-- 4096 and 2 to the 32nd power: beyond what a setting of this server can be.
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 4294971392;
+ALTER SYSTEM SET component_halvex_encryption.rsa_support_legacy_padding = 'maybe';
+ALTER SYSTEM SET component_halvex_encryption.no_such_setting = 1;
+SET component_halvex_encryption.no_such_setting = 1;
+
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 2048;
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 3072;
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 16384;
+ALTER SYSTEM SET component_halvex_encryption.rsa_support_legacy_padding = off;
+-- Until a reload nothing has changed.
+SHOW component_halvex_encryption.maximum_rsa_key_size;
+
+-- Only for who may change the server.
+CREATE ROLE somebody;
+SET ROLE somebody;
+SHOW component_halvex_encryption.maximum_rsa_key_size;
+ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 2048;
