@@ -54,20 +54,17 @@ TEST_F(EncryptionVectors, OaepExamplesGiveTheirMessages) {
 // ciphertexts are good, but their OAEP uses another digest or mask than SHA-1. Three of each file
 // show it.
 TEST_F(EncryptionVectors, OaepWithOtherDigestsIsRefused) {
-  const std::vector<std::string> digests = {"sha1", "sha224", "sha256", "sha384", "sha512"};
-  for (const std::string &mask : digests) {
-    for (const std::string &digest : digests) {
-      if (mask == "sha1" && digest == "sha1") {
-        continue;
-      }
-      std::vector<Vector> vectors =
-          read("asymmetric/RSA/oaep-custom/oaep-" + digest + "-" + mask + ".txt");
-      vectors.resize(3);
-      for (const Vector &vector : vectors) {
-        ASSERT_TRUE(check_decryption(text(vector, "Encryption"), private_key_of(vector)).is_null);
-      }
+  std::size_t files = 0;
+  for (const auto &entry :
+       std::filesystem::directory_iterator(vectors_folder() / "asymmetric/RSA/oaep-custom")) {
+    ++files;
+    std::vector<Vector> vectors = read(std::filesystem::relative(entry.path(), vectors_folder()));
+    vectors.resize(3);
+    for (const Vector &vector : vectors) {
+      ASSERT_TRUE(check_decryption(text(vector, "Encryption"), private_key_of(vector)).is_null);
     }
   }
+  EXPECT_EQ(files, 24U);
 }
 
 // Expected with the switch off: NULL, one OpenSSL report and one 13926. With the switch on: the
