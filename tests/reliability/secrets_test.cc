@@ -1,0 +1,253 @@
+// After a call and its deinit no buffer of the component still holds private key text or plaintext,
+// freed memory and dead stack frames included.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <openssl/crypto.h>
+#include <openssl/ui.h>
+#include <sys/mman.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "arena_allocations.h"
+#include "bare_server.h"
+#include "loaded_component.h"
+#include "memory_scan.h"
+#include "sanitizers.h"
+
+namespace reliability {
+namespace {
+
+constexpr std::size_t marker_length = 48;
+constexpr std::size_t stage_size = 65536;
+
+// Where the test keeps secrets while a call needs them; wiped before every scan.
+class Stage {
+ public:
+  Stage()
+      : memory_{static_cast<char *>(mmap(nullptr, stage_size, PROT_READ | PROT_WRITE,
+                                         MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))} {}
+  ~Stage() { munmap(memory_, stage_size); }
+  Stage(const Stage &) = delete;
+  Stage &operator=(const Stage &) = delete;
+
+  // Reads a key file without any buffer in between.
+  Argument load_file(const std::string &name) {
+    const std::string path = std::string(HALVEX_FIXTURES) + "/" + name;
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    char *start = memory_ + used_;
+    const ssize_t got = read(file, start, stage_size - used_ - 1);
+    close(file);
+    used_ += got < 0 ? 0 : static_cast<std::size_t>(got) + 1;
+    return {STRING_RESULT, start, got < 0 ? 0 : static_cast<std::size_t>(got), 0};
+  }
+
+  // A random plaintext.
+  Argument load_marker() {
+    char *start = memory_ + used_;
+    EXPECT_EQ(getrandom(start, marker_length, 0), static_cast<ssize_t>(marker_length));
+    used_ += marker_length + 1;
+    return {STRING_RESULT, start, marker_length, 0};
+  }
+
+  // Puts an earlier result up as an argument.
+  Argument load_bytes(const Call_result &result) {
+    char *start = memory_ + used_;
+    std::memcpy(start, result.bytes, result.length);
+    used_ += result.length + 1;
+    return {STRING_RESULT, start, result.length, 0};
+  }
+
+  void wipe() {
+    OPENSSL_cleanse(memory_, stage_size);
+    used_ = 0;
+  }
+
+ private:
+  char *memory_;
+  std::size_t used_ = 0;
+};
+
+Argument text(const char *value) { return {STRING_RESULT, value, std::strlen(value), 0}; }
+
+// What to look for: pieces from all over a secret.
+std::vector<Masked_piece> pieces_of(const char *secret, std::size_t length) {
+  constexpr std::size_t distance = 16;
+  // The label line of a PEM text is no secret.
+  constexpr std::size_t label_length = 32;
+  const std::size_t start = length > marker_length ? label_length : 0;
+  const std::size_t end = length > marker_length ? length - label_length : length;
+  std::vector<Masked_piece> pieces;
+  for (std::size_t at = start; at + Masked_piece::length <= end; at += distance) {
+    pieces.emplace_back(secret + at);
+  }
+  return pieces;
+}
+
+// Runs work in a thread that stays alive, with all that it left on its stack, until the scan is
+// over.
+template <typename Work, typename Scan>
+void with_stack_kept(Work work, Scan scan) {
+  std::atomic<int> turn{0};
+  std::thread worker{[&] {
+    work();
+    turn = 1;
+    turn.notify_one();
+    turn.wait(1);
+  }};
+  turn.wait(0);
+  scan();
+  turn = 2;
+  turn.notify_one();
+  worker.join();
+}
+
+class Secrets_test : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (under_address_sanitizer || under_thread_sanitizer) {
+      GTEST_SKIP() << "the sanitizers' shadow memory is too large to scan";
+    }
+    ASSERT_EQ(component.descriptor()->init(), 0);
+  }
+
+  // Calls `function` and scans for the secrets: those in `secret_arguments`, and the result if it
+  // is one.
+  void expect_no_leftover(const char *function, std::span<const Argument> arguments,
+                          std::span<const std::size_t> secret_arguments, bool result_is_secret,
+                          Call_result::Ending ending) {
+    std::vector<Masked_piece> pieces;
+    for (const std::size_t position : secret_arguments) {
+      const auto more = pieces_of(arguments[position].bytes, arguments[position].length);
+      pieces.insert(pieces.end(), more.begin(), more.end());
+    }
+    // The scan itself is trusted only because it finds the secret while the stage still holds it.
+    ASSERT_TRUE(pieces.empty() || !find_in_memory(pieces).empty());
+    with_stack_kept(
+        [&] {
+          call(*find_function(function), arguments, *result);
+          if (result_is_secret) {
+            const auto more = pieces_of(result->bytes, result->length);
+            pieces.insert(pieces.end(), more.begin(), more.end());
+          }
+        },
+        [&] {
+          EXPECT_EQ(result->ending, ending);
+          result->wipe();
+          stage.wipe();
+          judge(find_in_memory(pieces));
+        });
+  }
+
+  static void judge(const std::vector<Finding> &findings) {
+    std::size_t in_libcrypto = 0;
+    for (const Finding &finding : findings) {
+      if (libcrypto_arena().contains(finding.address)) {
+        ++in_libcrypto;
+      } else {
+        ADD_FAILURE() << (cxx_arena().contains(finding.address) ? "in C++ memory: " : "elsewhere: ")
+                      << std::hex << finding.address << " in " << finding.mapping;
+      }
+    }
+    std::cout << in_libcrypto << " pieces in libcrypto's freed memory\n";
+  }
+
+  Stage stage;
+  Loaded_component component{HALVEX_COMPONENT_PATH};
+  std::unique_ptr<Call_result> result = std::make_unique<Call_result>();
+};
+
+using Ending = Call_result::Ending;
+
+TEST_F(Secrets_test, PublicHalfOfAKey) {
+  const std::array arguments{text("RSA"), stage.load_file("rsa2048.pem")};
+  expect_no_leftover("create_asymmetric_pub_key", arguments, std::array<std::size_t, 1>{1}, false,
+                     Ending::value);
+}
+
+TEST_F(Secrets_test, CreatedKey) {
+  const std::array arguments{text("RSA"), Argument{INT_RESULT, nullptr, 0, 2048}};
+  expect_no_leftover("create_asymmetric_priv_key", arguments, {}, true, Ending::value);
+}
+
+TEST_F(Secrets_test, EncryptedText) {
+  const std::array arguments{text("RSA"), stage.load_marker(),
+                             stage.load_file("rsa2048-public.pem")};
+  expect_no_leftover("asymmetric_encrypt", arguments, std::array<std::size_t, 1>{1}, false,
+                     Ending::value);
+}
+
+TEST_F(Secrets_test, PrivateKeyTakenForAPublicOne) {
+  const std::array arguments{text("RSA"), stage.load_marker(), stage.load_file("rsa2048.pem")};
+  expect_no_leftover("asymmetric_encrypt", arguments, std::array<std::size_t, 2>{1, 2}, false,
+                     Ending::null);
+}
+
+TEST_F(Secrets_test, DecryptedText) {
+  const std::array encryption{text("RSA"), stage.load_marker(),
+                              stage.load_file("rsa2048-public.pem")};
+  call(*find_function("asymmetric_encrypt"), encryption, *result);
+  const auto ciphertext = std::make_unique<Call_result>(*result);
+  stage.wipe();
+  const std::array arguments{text("RSA"), stage.load_bytes(*ciphertext),
+                             stage.load_file("rsa2048.pem")};
+  expect_no_leftover("asymmetric_decrypt", arguments, std::array<std::size_t, 1>{2}, true,
+                     Ending::value);
+}
+
+TEST_F(Secrets_test, FailedDecryption) {
+  const std::array arguments{text("RSA"), text("no ciphertext"),
+                             stage.load_file("rsa2048-traditional.pem")};
+  expect_no_leftover("asymmetric_decrypt", arguments, std::array<std::size_t, 1>{2}, false,
+                     Ending::null);
+}
+
+TEST_F(Secrets_test, SigningKey) {
+  const std::array arguments{text("RSA"), stage.load_marker(), stage.load_file("rsa2048.pem"),
+                             text("SHA256")};
+  expect_no_leftover("asymmetric_sign", arguments, std::array<std::size_t, 2>{1, 2}, false,
+                     Ending::value);
+}
+
+TEST_F(Secrets_test, DamagedSigningKey) {
+  const std::array arguments{text("RSA"), stage.load_marker(),
+                             stage.load_file("rsa2048-truncated.pem"), text("SHA256")};
+  expect_no_leftover("asymmetric_sign", arguments, std::array<std::size_t, 2>{1, 2}, false,
+                     Ending::null);
+}
+
+TEST_F(Secrets_test, PrivateKeyGivenToVerify) {
+  const std::array arguments{text("RSA"), stage.load_marker(), text("a signature"),
+                             stage.load_file("rsa2048.pem"), text("SHA256")};
+  expect_no_leftover("asymmetric_verify", arguments, std::array<std::size_t, 2>{1, 3}, false,
+                     Ending::null);
+}
+
+TEST_F(Secrets_test, HashedText) {
+  const std::array arguments{text("SHA256"), stage.load_marker()};
+  expect_no_leftover("create_digest", arguments, std::array<std::size_t, 1>{1}, false,
+                     Ending::value);
+}
+
+}  // namespace
+}  // namespace reliability
+
+int main(int argc, char **argv) {
+  if (!reliability::give_libcrypto_an_arena()) {
+    std::cerr << "libcrypto allocated before it got its arena\n";
+    return EXIT_FAILURE;
+  }
+  UI_set_default_method(UI_null());
+  ::testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}
