@@ -171,9 +171,26 @@ bool string_function_init(UDF_INIT *initid, const UDF_ARGS *args, char *message,
   return false;
 }
 
-bool any_is_null(const UDF_ARGS *args, std::span<const Expected_argument> expected) noexcept {
-  return std::any_of(args->args, args->args + expected.size(),
-                     [](const char *argument) { return argument == nullptr; });
+// True, and reported, if one of the arguments is NULL.
+bool lacks_argument(const UDF_ARGS *args, std::span<const Expected_argument> expected,
+                    const Report_site &site, const char *function_name,
+                    const char *requirement) noexcept {
+  if (std::none_of(args->args, args->args + expected.size(),
+                   [](const char *argument) { return argument == nullptr; })) {
+    return false;
+  }
+  report(site, function_name, requirement);
+  return true;
+}
+
+// Upper-cases `algorithm`; true, and reported, if it is none that is supported.
+bool is_unsupported(std::string &algorithm, const Report_site &site,
+                    const char *function_name) noexcept {
+  if (HX_functions::get_algorithm(algorithm) == Algorithm_type::RSA_ALGORITHM) {
+    return false;
+  }
+  report(site, algorithm.c_str(), function_name);
+  return true;
 }
 
 std::string text_argument(const UDF_ARGS *args, std::size_t index) {
@@ -243,16 +260,14 @@ char *HX_functions::generate_private_key(UDF_INIT *initid, UDF_ARGS *args, char 
                                          unsigned long *length, unsigned char *is_null,
                                          unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  if (any_is_null(args, private_key_arguments)) {
-    report(null_for_private_key, create_private_key_name,
-           "Non-null value for algorithm and a positive integer value for key size");
+  if (lacks_argument(args, private_key_arguments, null_for_private_key, create_private_key_name,
+                     "Non-null value for algorithm and a positive integer value for key size")) {
     return nullptr;
   }
 
   const long long key_length = *reinterpret_cast<const long long *>(args->args[1]);
   std::string algorithm = text_argument(args, 0);
-  if (get_algorithm(algorithm) != Algorithm_type::RSA_ALGORITHM) {
-    report(algorithm_for_private_key, algorithm.c_str(), create_private_key_name);
+  if (is_unsupported(algorithm, algorithm_for_private_key, create_private_key_name)) {
     return nullptr;
   }
 
@@ -278,15 +293,13 @@ char *HX_functions::generate_public_key(UDF_INIT *initid, UDF_ARGS *args, char *
                                         unsigned long *length, unsigned char *is_null,
                                         unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  if (any_is_null(args, public_key_arguments)) {
-    report(null_for_public_key, create_public_key_name,
-           "Non-null value for algorithm and private key");
+  if (lacks_argument(args, public_key_arguments, null_for_public_key, create_public_key_name,
+                     "Non-null value for algorithm and private key")) {
     return nullptr;
   }
 
   std::string algorithm = text_argument(args, 0);
-  if (get_algorithm(algorithm) != Algorithm_type::RSA_ALGORITHM) {
-    report(algorithm_for_public_key, algorithm.c_str(), create_public_key_name);
+  if (is_unsupported(algorithm, algorithm_for_public_key, create_public_key_name)) {
     return nullptr;
   }
 
@@ -307,14 +320,13 @@ char *HX_functions::encrypt(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/,
                             unsigned long *length, unsigned char *is_null,
                             unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  if (any_is_null(args, encrypt_arguments)) {
-    report(null_for_encrypt, encrypt_name, "Non-null value for algorithm, public key and data");
+  if (lacks_argument(args, encrypt_arguments, null_for_encrypt, encrypt_name,
+                     "Non-null value for algorithm, public key and data")) {
     return nullptr;
   }
 
   std::string algorithm = text_argument(args, 0);
-  if (get_algorithm(algorithm) != Algorithm_type::RSA_ALGORITHM) {
-    report(algorithm_for_encrypt, algorithm.c_str(), encrypt_name);
+  if (is_unsupported(algorithm, algorithm_for_encrypt, encrypt_name)) {
     return nullptr;
   }
 
@@ -342,14 +354,13 @@ char *HX_functions::decrypt(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/,
                             unsigned long *length, unsigned char *is_null,
                             unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  if (any_is_null(args, decrypt_arguments)) {
-    report(null_for_decrypt, decrypt_name, "Non-null value for algorithm, private key and data");
+  if (lacks_argument(args, decrypt_arguments, null_for_decrypt, decrypt_name,
+                     "Non-null value for algorithm, private key and data")) {
     return nullptr;
   }
 
   std::string algorithm = text_argument(args, 0);
-  if (get_algorithm(algorithm) != Algorithm_type::RSA_ALGORITHM) {
-    report(algorithm_for_decrypt, algorithm.c_str(), decrypt_name);
+  if (is_unsupported(algorithm, algorithm_for_decrypt, decrypt_name)) {
     return nullptr;
   }
 
@@ -385,15 +396,13 @@ bool HX_functions::sign_init(UDF_INIT *initid, UDF_ARGS *args, char *message) {
 char *HX_functions::sign(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/, unsigned long *length,
                          unsigned char *is_null, unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  if (any_is_null(args, sign_arguments)) {
-    report(at_this_line(null_for_sign), sign_name,
-           "Non-null value for algorithm, private key, digest type and data");
+  if (lacks_argument(args, sign_arguments, at_this_line(null_for_sign), sign_name,
+                     "Non-null value for algorithm, private key, digest type and data")) {
     return nullptr;
   }
 
   std::string algorithm = text_argument(args, 0);
-  if (get_algorithm(algorithm) != Algorithm_type::RSA_ALGORITHM) {
-    report(at_this_line(algorithm_for_sign), algorithm.c_str(), sign_name);
+  if (is_unsupported(algorithm, at_this_line(algorithm_for_sign), sign_name)) {
     return nullptr;
   }
 
@@ -425,16 +434,14 @@ bool HX_functions::verify_init(UDF_INIT *initid, UDF_ARGS *args, char *message) 
 long long HX_functions::verify(UDF_INIT * /*initid*/, UDF_ARGS *args, unsigned char *is_null,
                                unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  if (any_is_null(args, verify_arguments)) {
-    // The text names a private key and a digest that the function does not take: meant.
-    report(at_this_line(null_for_verify), verify_name,
-           "Non-null value for algorithm, private key, digest type, digest and data");
+  // The text names a private key and a digest that the function does not take: meant.
+  if (lacks_argument(args, verify_arguments, at_this_line(null_for_verify), verify_name,
+                     "Non-null value for algorithm, private key, digest type, digest and data")) {
     return 0;
   }
 
   std::string algorithm = text_argument(args, 0);
-  if (get_algorithm(algorithm) != Algorithm_type::RSA_ALGORITHM) {
-    report(at_this_line(algorithm_for_verify), algorithm.c_str(), verify_name);
+  if (is_unsupported(algorithm, at_this_line(algorithm_for_verify), verify_name)) {
     return 0;
   }
 
@@ -476,8 +483,8 @@ char *HX_functions::digest(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/,
                            unsigned char * /*error*/) {
   // Meant to differ from the others: success leaves the OpenSSL queue as it was.
   Row_exit row_exit{is_null, Row_exit::Queue_on_success::left_alone};
-  if (any_is_null(args, digest_arguments)) {
-    report(at_this_line(null_for_digest), digest_name, "Non-null value for algorithm and data");
+  if (lacks_argument(args, digest_arguments, at_this_line(null_for_digest), digest_name,
+                     "Non-null value for algorithm and data")) {
     return nullptr;
   }
 
