@@ -53,7 +53,7 @@ void assign_maximum_key_size(int new_value, void * /*extra*/) {
 void warn_of_legacy_padding() {
   ereport(
       WARNING,
-      (errmsg("%s is on", legacy_padding_name),
+      (errmsg("%s is turned on", legacy_padding_name),
        errdetail("While it is on, asymmetric_verify with a SHA-2 digest returns 1 even for most "
                  "signatures that do not match, and asymmetric_decrypt accepts PKCS#1 v1.5 "
                  "padding."),
