@@ -119,6 +119,19 @@ TEST_F(ServerTest, DamagedFileIsNamed) {
   std::filesystem::remove(path);
 }
 
+TEST_F(ServerTest, FileThatIsCutOffAnywhereIsNamed) {
+  const std::string whole = file_of("well_behaved");
+  const std::string path = file_of("cut_off");
+  const auto size = std::filesystem::file_size(whole);
+  for (const auto length : {size - 1, size / 2, size / 4, std::uintmax_t{64}}) {
+    std::filesystem::copy_file(whole, path, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::resize_file(path, length);
+    expect_install_fails(path,
+                         "The component file '" + path + "' cannot be loaded: it is cut off.");
+  }
+  std::filesystem::remove(path);
+}
+
 TEST_F(ServerTest, ObjectWithoutEntryIsNamed) {
   const std::string path = file_of("no_entry");
   expect_install_fails(
