@@ -112,7 +112,7 @@ std::string text_of(unsigned long error) {
 }
 
 std::string oldest_error() {
-  const std::string text = text_of(ERR_get_error());
+  std::string text = text_of(ERR_get_error());
   ERR_clear_error();
   return text;
 }

@@ -14,26 +14,26 @@ std::string peer_digest(const std::string &digest, const std::string &text);
 
 // RSA with a padding mode of OpenSSL (1 PKCS#1 v1.5, 4 OAEP). Keys are PEM texts. Aborts on
 // failure.
-std::string peer_encrypt(const std::string &public_key, const std::string &data, int padding);
-std::string peer_decrypt(const std::string &private_key, const std::string &data, int padding);
+std::string peer_encrypt(const std::string &public_pem, const std::string &data, int padding);
+std::string peer_decrypt(const std::string &private_pem, const std::string &data, int padding);
 
 // A PKCS#1 v1.5 signature of a digest that was computed before.
-std::string peer_sign_digest(const std::string &private_key, const std::string &digest_name,
+std::string peer_sign_digest(const std::string &private_pem, const std::string &digest_name,
                              const std::string &digest);
 // A PSS signature of a message, and whether one is right, with OpenSSL's default salt.
-std::string peer_sign_pss(const std::string &private_key, const std::string &digest_name,
+std::string peer_sign_pss(const std::string &private_pem, const std::string &digest_name,
                           const std::string &message);
-bool peer_verifies_pss(const std::string &public_key, const std::string &digest_name,
+bool peer_verifies_pss(const std::string &public_pem, const std::string &digest_name,
                        const std::string &message, const std::string &signature);
 // A signature in the key's own way (ECDSA, DSA) and whether one is right.
-bool peer_verifies(const std::string &public_key, const std::string &digest_name,
+bool peer_verifies(const std::string &public_pem, const std::string &digest_name,
                    const std::string &message, const std::string &signature);
 
 // A key's size in bits, its public half as SubjectPublicKeyInfo PEM, and OpenSSL's name of its
 // type.
-int peer_bits(const std::string &private_key);
-std::string peer_public_half(const std::string &private_key);
-std::string peer_key_type(const std::string &private_key);
+int peer_bits(const std::string &private_pem);
+std::string peer_public_half(const std::string &private_pem);
+std::string peer_key_type(const std::string &private_pem);
 
 // Whether the library reads the text as a private or a public key.
 bool peer_reads_private(const std::string &pem);

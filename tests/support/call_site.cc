@@ -13,30 +13,25 @@ namespace {
 }
 
 template <typename T>
-std::unique_ptr<char[]> bytes_of(const T &value) {
-  auto bytes = std::make_unique<char[]>(sizeof value);
-  std::memcpy(bytes.get(), &value, sizeof value);
+std::string bytes_of(const T &value) {
+  std::string bytes(sizeof value, '\0');
+  std::memcpy(bytes.data(), &value, sizeof value);
   return bytes;
 }
 
-std::unique_ptr<char[]> bytes_of(const std::string &text) {
-  auto bytes = std::make_unique<char[]>(text.size() + 1);
-  std::memcpy(bytes.get(), text.c_str(), text.size() + 1);
-  return bytes;
+bool is_number(const Argument &argument) {
+  return argument.type == INT_RESULT || argument.type == REAL_RESULT;
 }
 
-// Owned bytes of an argument's value; nothing for NULL.
-std::unique_ptr<char[]> bytes_of(const Argument &argument) {
-  if (const auto *text = std::get_if<std::string>(&argument.value)) {
-    return bytes_of(*text);
+// Owned memory of exactly the argument's size, a string's terminator included; nothing for NULL.
+std::unique_ptr<char[]> exact_copy(const Argument &argument) {
+  if (!argument.value) {
+    return nullptr;
   }
-  if (const auto *integer = std::get_if<long long>(&argument.value)) {
-    return bytes_of(*integer);
-  }
-  if (const auto *real = std::get_if<double>(&argument.value)) {
-    return bytes_of(*real);
-  }
-  return nullptr;
+  const size_t size = argument.value->size() + (is_number(argument) ? 0 : 1);
+  auto copy = std::make_unique<char[]>(size);
+  std::memcpy(copy.get(), argument.value->c_str(), size);
+  return copy;
 }
 
 // Text that differs from whatever a function is likely to write.
@@ -54,11 +49,10 @@ struct Call_site::Arguments {
         pointers(std::make_unique<char *[]>(values.size())),
         lengths(std::make_unique<unsigned long[]>(values.size())) {
     for (size_t i = 0; i < values.size(); ++i) {
-      owned.push_back(bytes_of(values[i]));
+      owned.push_back(exact_copy(values[i]));
       types[i] = values[i].type;
       pointers[i] = owned.back().get();
-      const auto *text = std::get_if<std::string>(&values[i].value);
-      lengths[i] = text == nullptr ? 0 : text->size();
+      lengths[i] = values[i].value && !is_number(values[i]) ? values[i].value->size() : 0;
     }
     record.arg_count = static_cast<unsigned int>(values.size());
     record.arg_type = types.get();
@@ -72,6 +66,16 @@ struct Call_site::Arguments {
   std::unique_ptr<unsigned long[]> lengths;
   UDF_ARGS record{};
 };
+
+Argument::Argument(const char *text) : value(text) {}
+
+Argument::Argument(const std::string &s) : value(s) {}
+
+Argument::Argument(int number) : Argument(static_cast<long long>(number)) {}
+
+Argument::Argument(long long number) : type(INT_RESULT), value(bytes_of(number)) {}
+
+Argument::Argument(double number) : type(REAL_RESULT), value(bytes_of(number)) {}
 
 Argument null_string() { return {}; }
 
@@ -98,7 +102,13 @@ Call_site::Call_site(const Registered_function &function, const std::vector<Argu
   Arguments in_server_shape(arguments);
   const auto message = std::make_unique<char[]>(DOVRIN_UDF_MESSAGE_SIZE);
   std::memset(message.get(), unwritten, DOVRIN_UDF_MESSAGE_SIZE);
-  if (function_.init(instance_.get(), &in_server_shape.record, message.get())) {
+  const bool refused = function_.init(instance_.get(), &in_server_shape.record, message.get());
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    if (in_server_shape.types[i] != arguments[i].type) {
+      give_up(function_.name, "init changed the type of an argument");
+    }
+  }
+  if (refused) {
     if (std::memchr(message.get(), 0, DOVRIN_UDF_MESSAGE_SIZE) == nullptr) {
       give_up(function_.name, "init refused without a terminated message");
     }

@@ -7,7 +7,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "dovrin/udf.h"
@@ -15,17 +14,18 @@
 
 namespace halvex_test {
 
-// One SQL argument: its type, and its value or nothing for NULL.
+// One SQL argument: its type, and its bytes as the server hands them over (a string's without the
+// terminator, or those of a long long or double), or nothing for NULL.
 struct Argument {
-  Item_result type = STRING_RESULT;
-  std::variant<std::monostate, std::string, long long, double> value;
+  Argument() = default;        // a NULL string
+  Argument(const char *text);  // implicit, so that calls read like SQL
+  Argument(const std::string &s);
+  Argument(int number);
+  Argument(long long number);
+  Argument(double number);
 
-  Argument() = default;                                     // a NULL string
-  Argument(const char *text) : value(std::string(text)) {}  // NOLINT: reads like SQL
-  Argument(std::string bytes) : value(std::move(bytes)) {}  // NOLINT
-  Argument(int number) : type(INT_RESULT), value(static_cast<long long>(number)) {}  // NOLINT
-  Argument(long long number) : type(INT_RESULT), value(number) {}                    // NOLINT
-  Argument(double number) : type(REAL_RESULT), value(number) {}                      // NOLINT
+  Item_result type = STRING_RESULT;
+  std::optional<std::string> value;
 };
 
 Argument null_string();

@@ -86,15 +86,15 @@ TEST_F(KeyCreation, PublicKeyAfterALongerOneLeavesNothingBehind) {
   const size_t longer = site.row().bytes.size();
   const Row_result row = site.row({"RSA", fixture("rsa2048.pem")});
   ASSERT_LT(row.bytes.size(), longer);
-  EXPECT_EQ(std::string(site.instance().ptr + row.bytes.size(), 12800 - row.bytes.size()),
-            std::string(12800 - row.bytes.size(), '\0'));
+  EXPECT_TRUE(std::string(site.instance().ptr, 12800) ==
+              row.bytes + std::string(12800 - row.bytes.size(), '\0'));
 }
 
 TEST_F(KeyCreation, UnreadableKeyClearsTheWholeBuffer) {
   Call_site site(server.function("create_asymmetric_pub_key"), {"RSA", fixture("rsa2048.pem")});
   ASSERT_FALSE(site.row().is_null);
   EXPECT_THAT(site.row({"RSA", "not a key"}), IsSqlNull());
-  EXPECT_EQ(std::string(site.instance().ptr, 12800), std::string(12800, '\0'));
+  EXPECT_TRUE(std::string(site.instance().ptr, 12800) == std::string(12800, '\0'));
 }
 
 TEST_F(KeyCreation, PublicKeyOfAGeneratedKeyBelongsToIt) {

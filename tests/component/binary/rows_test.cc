@@ -22,7 +22,7 @@ class Row : public Component_test, public ::testing::WithParamInterface<Sql_func
 
   static std::vector<Argument> with_null(size_t index) {
     std::vector<Argument> arguments = GetParam().arguments;
-    arguments[index].value = {};
+    arguments[index].value.reset();
     return arguments;
   }
 };
@@ -59,7 +59,7 @@ TEST_P(Row, NullInAnyArgumentIsNullWithOneWarning) {
 TEST_P(Row, AllArgumentsNullIsNullWithOneWarning) {
   std::vector<Argument> nulls = GetParam().arguments;
   for (Argument &argument : nulls) {
-    argument.value = {};
+    argument.value.reset();
   }
   EXPECT_THAT(call(GetParam().name, nulls), IsSqlNull());
   EXPECT_EQ(server.records().size(), 1U);

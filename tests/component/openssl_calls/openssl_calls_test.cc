@@ -256,11 +256,11 @@ TEST_F(OpensslCalls, LegacyDecryptionFreesTheFirstKeyAndReadsItAgain) {
 // --- signatures
 
 TEST_F(OpensslCalls, SigningAsksForTheSizeThenSigns) {
+  const std::string init =
+      "EVP_DigestSignInit digest_ctx1 data SHA256 null key1 -> 1 borrowed_key_ctx1";
   EXPECT_THAT(calls_of("asymmetric_sign", {"RSA", "hello", private_key, "sha256"}),
               ElementsAreArray(reading_of_private_key(private_key) +
-                               Calls{"EVP_sha256 -> SHA256", "EVP_MD_CTX_new -> digest_ctx1",
-                                     "EVP_DigestSignInit digest_ctx1 data SHA256 null key1 -> 1 "
-                                     "borrowed_key_ctx1",
+                               Calls{"EVP_sha256 -> SHA256", "EVP_MD_CTX_new -> digest_ctx1", init,
                                      "EVP_PKEY_CTX_set_rsa_padding borrowed_key_ctx1 6 -> 1",
                                      "EVP_DigestSignUpdate digest_ctx1 data 5 -> 1",
                                      "EVP_DigestSignFinal digest_ctx1 null data (0) -> 1 (256)",

@@ -1,7 +1,8 @@
 // What each function does when one of its OpenSSL calls fails: the records, the result, what is
 // left in the error queue and what is freed.
 
-#include <functional>
+#include <algorithm>
+#include <cstdlib>
 
 #include "openssl_calls/openssl_watch.h"
 #include "peer.h"
@@ -161,9 +162,9 @@ std::vector<Failure_case> each_value(const std::string &name, Working_call (*cal
                                      bool succeeds = false) {
   std::vector<Failure_case> cases;
   for (const int value : values) {
-    const std::string suffix = value < 0 ? "Minus" + std::to_string(-value) : std::to_string(value);
-    cases.push_back(
-        {name + "Gives" + suffix, call, {function, occurrence, value}, records, succeeds});
+    std::string case_name = name + (value < 0 ? "GivesMinus" : "Gives");
+    case_name += std::to_string(std::abs(value));
+    cases.push_back({case_name, call, {function, occurrence, value}, records, succeeds});
   }
   return cases;
 }
@@ -394,7 +395,7 @@ TEST_F(OpensslFailures, PemTextThatCannotBeTakenFromTheStreamIsReportedAndLeaves
     const Openssl_watch watch(failure);
     EXPECT_THAT(site.row(), IsSqlNull());
     EXPECT_THAT(server.records(), ElementsAreArray(failed_public_half()));
-    EXPECT_EQ(std::string(site.instance().ptr, 12800), std::string(12800, '\0'));
+    EXPECT_TRUE(std::string(site.instance().ptr, 12800) == std::string(12800, '\0'));
     EXPECT_THAT(watch.unfreed(), IsEmpty());
   }
 }

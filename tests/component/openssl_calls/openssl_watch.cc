@@ -288,12 +288,14 @@ const std::set<std::string> &watched_functions() { return registry_of_watched();
 }  // namespace halvex_test
 
 using halvex_test::next;
-using halvex_test::the_watch;
 using halvex_test::watched;
 using halvex_test::watched_free;
 using halvex_test::watched_out;
 using halvex_test::watched_sized;
 
+// Parameters are named as the arguments that the tests speak of, which is not always libcrypto's
+// way, and a type cannot stand in parentheses.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name,bugprone-macro-parentheses)
 // One definition of an OpenSSL function that forwards. The names and types are libcrypto's.
 #define WATCH(result, name, parameters, ...)                     \
   static const halvex_test::Watched_name watch_of_##name{#name}; \
@@ -408,3 +410,5 @@ WATCH(void, ERR_clear_error, (void))
 WATCH(void, OPENSSL_cleanse, (void *memory, size_t size), memory, size)
 
 }  // extern "C"
+
+// NOLINTEND(readability-inconsistent-declaration-parameter-name,bugprone-macro-parentheses)
