@@ -64,7 +64,7 @@ std::string_view bytes_of(sqlite3_value *value, const void *bytes) {
     throw std::bad_alloc{};
   }
   return bytes != nullptr ? std::string_view{static_cast<const char *>(bytes), length}
-                          : std::string_view{"", 0};
+                          : std::string_view{""};
 }
 
 Argument make_argument(const Sql_traits &traits, std::size_t position, sqlite3_value *value) {
