@@ -32,10 +32,6 @@ namespace {
 constexpr long long first_code = 13915;
 constexpr long long last_code = 13929;
 
-std::array<Registered_function, 16> functions;
-std::size_t function_count = 0;
-std::array<Registered_variable, 4> variables;
-std::size_t variable_count = 0;
 bool refused_functions_are_known = true;
 
 std::atomic<std::size_t> submitted{0};
@@ -52,72 +48,93 @@ void copy_text(char (&out)[capacity], const char *text) {
   static_cast<void>(std::snprintf(out, capacity, "%s", text));
 }
 
-template <typename Table>
-std::size_t position_of(const Table &table, std::size_t count, const char *name) {
-  std::size_t position = 0;
-  while (position < count && std::strcmp(table[position].name, name) != 0) {
-    ++position;
+// Entries by name, in no order.
+template <typename Entry, std::size_t capacity>
+class Table {
+ public:
+  [[nodiscard]] Entry *find(const char *name) {
+    for (std::size_t i = 0; i < count_; ++i) {
+      if (std::strcmp(entries_[i].name, name) == 0) {
+        return &entries_[i];
+      }
+    }
+    return nullptr;
   }
-  return position;
-}
 
-template <typename Table>
-void remove_at(Table &table, std::size_t &count, std::size_t position) {
-  --count;
-  table[position] = table[count];
-}
+  // A new entry of that name, or null if there is one or no room.
+  [[nodiscard]] Entry *add(const char *name) {
+    if (count_ == capacity || find(name) != nullptr) {
+      return nullptr;
+    }
+    Entry &entry = entries_[count_];
+    ++count_;
+    copy_text(entry.name, name);
+    return &entry;
+  }
+
+  void remove(Entry *entry) {
+    --count_;
+    *entry = entries_[count_];
+  }
+
+  [[nodiscard]] std::size_t size() const { return count_; }
+  void clear() { count_ = 0; }
+
+ private:
+  std::array<Entry, capacity> entries_{};
+  std::size_t count_ = 0;
+};
+
+constinit Table<Registered_function, 16> functions;
+constinit Table<Registered_variable, 4> variables;
 
 int register_function(const char *name, Item_result result_type, Udf_func_any row,
                       Udf_func_init init, Udf_func_deinit deinit) {
-  if (refuses() || position_of(functions, function_count, name) < function_count ||
-      function_count == functions.size()) {
+  Registered_function *entry = refuses() ? nullptr : functions.add(name);
+  if (entry == nullptr) {
     return 1;
   }
-  Registered_function &entry = functions[function_count];
-  copy_text(entry.name, name);
-  entry.result_type = result_type;
-  entry.row = row;
-  entry.init = init;
-  entry.deinit = deinit;
-  ++function_count;
+  entry->result_type = result_type;
+  entry->row = row;
+  entry->init = init;
+  entry->deinit = deinit;
   return 0;
 }
 
 int unregister_function(const char *name, int *was_registered) {
-  const std::size_t position = position_of(functions, function_count, name);
+  Registered_function *entry = functions.find(name);
   const bool refused = refuses();
-  const bool present = position < function_count;
   const bool stays = refused && refused_functions_are_known;
-  *was_registered = (refused ? stays : present) ? 1 : 0;
-  if (present && !stays) {
-    remove_at(functions, function_count, position);
+  *was_registered = (refused ? stays : entry != nullptr) ? 1 : 0;
+  if (entry == nullptr) {
+    return 1;
   }
-  return refused || !present ? 1 : 0;
+  if (!stays) {
+    functions.remove(entry);
+  }
+  return refused ? 1 : 0;
 }
 
 int register_variable(const char * /*component*/, const char *name, int type_flag,
                       const char * /*comment*/, Sys_var_check check, Sys_var_update update,
                       void * /*limits*/, void *storage) {
-  if (refuses() || position_of(variables, variable_count, name) < variable_count ||
-      variable_count == variables.size()) {
+  Registered_variable *entry = refuses() ? nullptr : variables.add(name);
+  if (entry == nullptr) {
     return 1;
   }
-  Registered_variable &entry = variables[variable_count];
-  copy_text(entry.name, name);
-  entry.type_flag = type_flag;
-  entry.check = check;
-  entry.update = update;
-  entry.storage = storage;
-  ++variable_count;
+  entry->type_flag = type_flag;
+  entry->check = check;
+  entry->update = update;
+  entry->storage = storage;
   return 0;
 }
 
 int unregister_variable(const char * /*component*/, const char *name) {
-  const std::size_t position = position_of(variables, variable_count, name);
-  if (refuses() || position == variable_count) {
+  Registered_variable *entry = variables.find(name);
+  if (refuses() || entry == nullptr) {
     return 1;
   }
-  remove_at(variables, variable_count, position);
+  variables.remove(entry);
   return 0;
 }
 
@@ -385,22 +402,15 @@ bool connect_services(const Dovrin_component &component) {
   return true;
 }
 
-const Registered_function *find_function(const char *name) {
-  const std::size_t position = position_of(functions, function_count, name);
-  return position < function_count ? &functions[position] : nullptr;
-}
+const Registered_function *find_function(const char *name) { return functions.find(name); }
+const Registered_variable *find_variable(const char *name) { return variables.find(name); }
 
-const Registered_variable *find_variable(const char *name) {
-  const std::size_t position = position_of(variables, variable_count, name);
-  return position < variable_count ? &variables[position] : nullptr;
-}
-
-std::size_t registered_functions() { return function_count; }
-std::size_t registered_variables() { return variable_count; }
+std::size_t registered_functions() { return functions.size(); }
+std::size_t registered_variables() { return variables.size(); }
 
 void forget_registrations() {
-  function_count = 0;
-  variable_count = 0;
+  functions.clear();
+  variables.clear();
 }
 
 void know_functions_when_refusing(bool known) { refused_functions_are_known = known; }

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <new>
 #include <optional>
+#include <ostream>
 #include <span>
 #include <string>
 #include <vector>
@@ -129,6 +130,8 @@ struct Case {
   Sweep plan;
   bool refused_functions_are_known;
 };
+
+void PrintTo(const Case &one, std::ostream *out) { *out << one.name; }
 
 class Lifecycle_faults_test : public ::testing::TestWithParam<Case> {};
 

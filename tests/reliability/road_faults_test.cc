@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <ostream>
 
 #include "bare_server.h"
 #include "counted_allocations.h"
@@ -31,9 +32,16 @@ Sweep plan_for(const Road &road, Sweep plan) {
   return plan;
 }
 
+struct Case {
+  const char *name;
+  Sweep plan;
+};
+
+void PrintTo(const Case &one, std::ostream *out) { *out << one.name; }
+
 // The initialised component, loaded once for all tests, and every road travelled once, so that
 // libcrypto has built what it keeps.
-class Road_faults_test : public ::testing::TestWithParam<Sweep> {
+class Road_faults_test : public ::testing::TestWithParam<Case> {
  protected:
   static void SetUpTestSuite() {
     static Loaded_component component{HALVEX_COMPONENT_PATH};
@@ -66,7 +74,7 @@ class Road_faults_test : public ::testing::TestWithParam<Sweep> {
 TEST_P(Road_faults_test, LeaveNothingBehind) {
   std::size_t faults = 0;
   for (const Road &road : all_roads()) {
-    const Sweep_result result = sweep_road(road, plan_for(road, GetParam()));
+    const Sweep_result result = sweep_road(road, plan_for(road, GetParam().plan));
     EXPECT_THAT(result.complaints, ::testing::IsEmpty());
     EXPECT_THAT(result.crashes, ::testing::IsEmpty());
     std::cout << road.name << ": " << result.requests << " requests, " << result.faults
@@ -77,21 +85,16 @@ TEST_P(Road_faults_test, LeaveNothingBehind) {
   std::cout << faults << " faults\n";
 }
 
-std::string name_of(const ::testing::TestParamInfo<Sweep> &sweep) {
-  const char *source = sweep.param.source == Fault_source::cxx         ? "CxxAllocations"
-                       : sweep.param.source == Fault_source::libcrypto ? "LibcryptoAllocations"
-                                                                       : "ServerOperations";
-  return std::string(source) + (sweep.param.mode == Fault_mode::once ? "Once" : "FromThenOn");
-}
-
-INSTANTIATE_TEST_SUITE_P(Every, Road_faults_test,
-                         ::testing::Values(Sweep{Fault_source::cxx, Fault_mode::once},
-                                           Sweep{Fault_source::cxx, Fault_mode::from_then_on},
-                                           Sweep{Fault_source::libcrypto, Fault_mode::once},
-                                           Sweep{Fault_source::libcrypto, Fault_mode::from_then_on},
-                                           Sweep{Fault_source::server, Fault_mode::once},
-                                           Sweep{Fault_source::server, Fault_mode::from_then_on}),
-                         name_of);
+INSTANTIATE_TEST_SUITE_P(
+    Every, Road_faults_test,
+    ::testing::Values(
+        Case{"CxxAllocationOnce", {Fault_source::cxx, Fault_mode::once}},
+        Case{"CxxAllocationFromThenOn", {Fault_source::cxx, Fault_mode::from_then_on}},
+        Case{"LibcryptoAllocationOnce", {Fault_source::libcrypto, Fault_mode::once}},
+        Case{"LibcryptoAllocationFromThenOn", {Fault_source::libcrypto, Fault_mode::from_then_on}},
+        Case{"ServerOperationOnce", {Fault_source::server, Fault_mode::once}},
+        Case{"ServerOperationFromThenOn", {Fault_source::server, Fault_mode::from_then_on}}),
+    [](const ::testing::TestParamInfo<Case> &one) { return one.param.name; });
 
 }  // namespace
 }  // namespace reliability

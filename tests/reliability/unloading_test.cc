@@ -91,6 +91,8 @@ struct Cycle {
   int count;
 };
 
+void PrintTo(const Cycle &one, std::ostream *out) { *out << one.name; }
+
 class Unloading_test : public ::testing::TestWithParam<Cycle> {};
 
 TEST_P(Unloading_test, LeavesNothing) {
