@@ -79,13 +79,14 @@ Attached_call_site *make_attached(FmgrInfo *function) {
   int count = 0;
   const Oid result_type = get_func_signature(function->fn_oid, &types, &count);
 
-  const MemoryContext caller = MemoryContextSwitchTo(function->fn_mcxt);
+  MemoryContextData *const caller = MemoryContextSwitchTo(function->fn_mcxt);
   auto *const attached = static_cast<Attached_call_site *>(palloc0(sizeof(Attached_call_site)));
   const auto size = static_cast<Size>(count);
   attached->result_type = getBaseType(result_type);
   attached->count = count;
   attached->argument_types = static_cast<Oid *>(palloc0(size * sizeof(Oid)));
   attached->values = static_cast<Value *>(palloc0(size * sizeof(Value)));
+  // An array of pointers. NOLINTNEXTLINE(bugprone-sizeof-expression)
   attached->copies = static_cast<varlena **>(palloc0(size * sizeof(varlena *)));
   attached->on_reset.func = close_attached;
   attached->on_reset.arg = attached;
@@ -217,8 +218,10 @@ extern "C" {
 
 PG_MODULE_MAGIC;
 
+// The server's name for it. NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 void _PG_init(void);
 void _PG_init(void) { halvex_postgresql::define_settings(); }
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 // create_asymmetric_priv_key(algorithm text, key_length bigint) -> text
 PG_FUNCTION_INFO_V1(halvex_create_asymmetric_priv_key);

@@ -40,7 +40,8 @@ const Dovrin_component *component = nullptr;  // the real one
 void note(const char *event, const Watched_function &function) {
   const std::string line =
       std::string{event} + ' ' + function.name + ' ' + std::to_string(getpid()) + '\n';
-  const int file = open(std::getenv("HALVEX_PROBE_FILE"), O_WRONLY | O_APPEND | O_CLOEXEC);
+  const char *const path = std::getenv("HALVEX_PROBE_FILE");
+  const int file = path == nullptr ? -1 : open(path, O_WRONLY | O_APPEND | O_CLOEXEC);
   if (file < 0 || write(file, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
     std::abort();
   }

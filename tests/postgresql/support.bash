@@ -12,12 +12,6 @@ fixtures=$source_folder/tests/fixtures
 # shellcheck source=hosts/postgresql/clusters.bash
 source "$source_folder/hosts/postgresql/clusters.bash"
 
-# An extension built with a sanitizer needs its runtime in the server from the start. The server itself
-# leaks by design, so leaks are not looked for.
-if [[ -n ${HALVEX_SANITIZER_RUNTIME-} ]]; then
-  server_environment+=("LD_PRELOAD=$HALVEX_SANITIZER_RUNTIME" "ASAN_OPTIONS=detect_leaks=0")
-fi
-
 fail() {
   local log
   for log in "$clusters_folder"/*/server.log; do

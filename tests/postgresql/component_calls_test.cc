@@ -1,0 +1,172 @@
+// The host's boundary between the component and the server, without a server.
+
+#include "postgresql/component_calls.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "support/fixture.h"
+
+namespace {
+
+namespace host = halvex_postgresql;
+using halvex_test::fixture;
+
+host::Value text(std::string_view bytes) {
+  return {STRING_RESULT, false, bytes.data(), bytes.size(), 0, 0};
+}
+
+host::Value integer(long long value) { return {INT_RESULT, false, nullptr, 0, value, 0}; }
+
+host::Value null_text() { return {STRING_RESULT, true, nullptr, 0, 0, 0}; }
+
+// Opens a call site and closes it at the end of the test.
+class Open_site {
+ public:
+  Open_site(const char *function, std::vector<host::Value> values)
+      : values_{std::move(values)},
+        site_{host::open_call_site(function, values_.data(), values_.size())} {}
+  Open_site(const Open_site &) = delete;
+  Open_site &operator=(const Open_site &) = delete;
+  ~Open_site() { host::close_call_site(site_); }
+
+  host::Row_result row() { return host::run_row(*site_, values_.data(), values_.size()); }
+  host::Call_site *get() { return site_; }
+
+ private:
+  std::vector<host::Value> values_;
+  host::Call_site *site_;
+};
+
+class ComponentCallsTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    ASSERT_EQ(setenv("HALVEX_COMPONENT", "/nowhere/component.so", 1), 0);
+    EXPECT_FALSE(host::load_component());
+    EXPECT_NE(std::strstr(host::failure_text(), "/nowhere/component.so"), nullptr);
+    EXPECT_FALSE(host::is_component_loaded());
+
+    ASSERT_EQ(setenv("HALVEX_COMPONENT", HALVEX_COMPONENT_PATH, 1), 0);
+    ASSERT_TRUE(host::load_component()) << host::failure_text();
+    EXPECT_TRUE(host::is_component_loaded());
+  }
+
+  static void TearDownTestSuite() {
+    host::unload_component();
+    EXPECT_FALSE(host::is_component_loaded());
+  }
+
+  void SetUp() override { host::forget_records(); }
+};
+
+TEST_F(ComponentCallsTest, StringRowGivesTheBytes) {
+  Open_site site{"create_digest", {text("SHA224"), text("abc")}};
+  ASSERT_NE(site.get(), nullptr);
+  EXPECT_EQ(host::result_type(*site.get()), STRING_RESULT);
+  const host::Row_result result = site.row();
+  EXPECT_EQ(result.kind, host::Row_result::value);
+  EXPECT_EQ(result.length, 28U);
+  EXPECT_EQ(static_cast<unsigned char>(result.bytes[0]), 0x23);
+  EXPECT_EQ(host::record_count(), 0U);
+}
+
+TEST_F(ComponentCallsTest, ArgumentsNeedNoTerminator) {
+  const std::string longer = "SHA256 and more";
+  Open_site site{"create_digest", {text(std::string_view{longer}.substr(0, 6)), text("abc")}};
+  EXPECT_EQ(site.row().kind, host::Row_result::value);
+}
+
+TEST_F(ComponentCallsTest, IntegerRowGivesOneOrNull) {
+  const std::string key = fixture("rsa2048.pem");
+  const std::string public_key = fixture("rsa2048-public.pem");
+  Open_site sign{"asymmetric_sign", {text("RSA"), text("m"), text(key), text("SHA256")}};
+  const host::Row_result signature = sign.row();
+  ASSERT_EQ(signature.kind, host::Row_result::value);
+
+  const std::string_view bytes{signature.bytes, signature.length};
+  Open_site verify{"asymmetric_verify",
+                   {text("RSA"), text("m"), text(bytes), text(public_key), text("SHA256")}};
+  EXPECT_EQ(host::result_type(*verify.get()), INT_RESULT);
+  const host::Row_result verified = verify.row();
+  EXPECT_EQ(verified.kind, host::Row_result::value);
+  EXPECT_EQ(verified.integer, 1);
+
+  Open_site other{"asymmetric_verify",
+                  {text("RSA"), text("n"), text(bytes), text(public_key), text("SHA256")}};
+  EXPECT_EQ(other.row().kind, host::Row_result::null);
+}
+
+TEST_F(ComponentCallsTest, NullArgumentGivesNullAndOneRecord) {
+  Open_site site{"create_digest", {null_text(), text("abc")}};
+  EXPECT_EQ(site.row().kind, host::Row_result::null);
+  ASSERT_EQ(host::record_count(), 1U);
+  const host::Record_view record = host::record(0);
+  EXPECT_EQ(record.code, 13919);
+  EXPECT_STREQ(record.priority, "warning");
+  EXPECT_STREQ(record.function, "digest");
+  EXPECT_STREQ(record.source_file, "functions");
+  EXPECT_NE(std::strstr(record.message, "Non-null value for algorithm and data"), nullptr);
+  EXPECT_STRNE(record.hint, "");
+  host::forget_records();
+  EXPECT_EQ(host::record_count(), 0U);
+}
+
+TEST_F(ComponentCallsTest, RefusalHasExactlyTheComponentsText) {
+  Open_site site{"create_digest", {text("SHA256")}};
+  EXPECT_EQ(site.get(), nullptr);
+  EXPECT_STREQ(host::failure_text(),
+               "Mismatch in number of arguments to the function. Expected 2 arguments");
+  Open_site other{"create_asymmetric_priv_key", {text("RSA"), text("2048")}};
+  EXPECT_EQ(other.get(), nullptr);
+  EXPECT_STREQ(host::failure_text(),
+               "Mismatch in type of argument. Expected integer argument of key length.");
+}
+
+TEST_F(ComponentCallsTest, UnknownFunctionIsAFailure) {
+  Open_site site{"no_such_function", {text("RSA")}};
+  EXPECT_EQ(site.get(), nullptr);
+  EXPECT_NE(std::strstr(host::failure_text(), "no_such_function"), nullptr);
+}
+
+TEST_F(ComponentCallsTest, RowOfOtherTypesIsAFailure) {
+  const std::array opened{text("SHA256"), text("abc")};
+  host::Call_site *const site = host::open_call_site("create_digest", opened.data(), opened.size());
+  ASSERT_NE(site, nullptr);
+  const std::array other{text("SHA256"), integer(1)};
+  EXPECT_EQ(host::run_row(*site, other.data(), other.size()).kind, host::Row_result::failed);
+  host::close_call_site(site);
+}
+
+TEST_F(ComponentCallsTest, SettingsReachTheComponent) {
+  constexpr const char *maximum = "component_halvex_encryption.maximum_rsa_key_size";
+  EXPECT_TRUE(host::set_integer_variable(maximum, 2048));
+  Open_site site{"create_asymmetric_priv_key", {text("RSA"), integer(3072)}};
+  EXPECT_EQ(site.row().kind, host::Row_result::null);
+  ASSERT_EQ(host::record_count(), 1U);
+  EXPECT_EQ(host::record(0).code, 13921);
+  EXPECT_FALSE(host::set_integer_variable(maximum, 3000));
+  EXPECT_NE(std::strstr(host::failure_text(), "3000"), nullptr);
+  EXPECT_TRUE(host::set_integer_variable(maximum, 4096));
+  EXPECT_FALSE(host::set_boolean_variable("component_halvex_encryption.no_such", true));
+  EXPECT_TRUE(
+      host::set_boolean_variable("component_halvex_encryption.rsa_support_legacy_padding", false));
+}
+
+TEST_F(ComponentCallsTest, ComponentStaysWhileACallSiteIsOpen) {
+  const std::array values{text("SHA256"), text("abc")};
+  host::Call_site *const site = host::open_call_site("create_digest", values.data(), values.size());
+  ASSERT_NE(site, nullptr);
+  host::unload_component();
+  EXPECT_EQ(host::run_row(*site, values.data(), values.size()).kind, host::Row_result::value);
+  host::close_call_site(site);
+  EXPECT_TRUE(host::load_component());
+}
+
+}  // namespace
