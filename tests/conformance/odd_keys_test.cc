@@ -54,7 +54,7 @@ class OddKeys : public Conformance_test {
 
   // Signs and verifies, and refuses another text.
   std::string expect_signing(const Key_pair &pair, const char *digest_name) {
-    const std::string signature = value_of(sign, {"RSA", "text", pair.private_pem, digest_name});
+    std::string signature = value_of(sign, {"RSA", "text", pair.private_pem, digest_name});
     const Library_key key = read_public_pem(pair.public_pem);
     EXPECT_TRUE(verifies_as_pss(key.get(), documented_digest(digest_name), "text", signature));
     EXPECT_FALSE(check_verification("text", signature, pair.public_pem, digest_name).is_null);
