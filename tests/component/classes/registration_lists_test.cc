@@ -176,6 +176,25 @@ TEST_F(SystemVariablesList, RefusedVariableIsReportedByItsFullNameAndNotRecorded
   EXPECT_THAT(server.registration_calls(), IsEmpty());
 }
 
+TEST_F(SystemVariablesList, RefusalOfANameThatIsRecordedKeepsIt) {
+  System_variables_list list("component");
+  ASSERT_FALSE(add(list, "one"));
+  server.refuse_variable("one");
+  EXPECT_TRUE(add(list, "one"));
+  server.forget_calls();
+  EXPECT_FALSE(list.unregister());
+  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_variable component.one"));
+}
+
+TEST_F(SystemVariablesList, LongFullNamesAreCutInReports) {
+  System_variables_list list("component");
+  const std::string name(600, 'x');
+  server.refuse_variable(name);
+  EXPECT_TRUE(add(list, name.c_str()));
+  EXPECT_THAT(server.records(), ElementsAre(error_record(13915, 41, "utilities", "add",
+                                                         {("component." + name).substr(0, 511)})));
+}
+
 TEST_F(SystemVariablesList, UnregisterOfAnEmptyListAsksNothing) {
   System_variables_list list("component");
   EXPECT_FALSE(list.unregister());
