@@ -8,7 +8,10 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 # The same object comes out of any folder: no absolute path of the sources or the build reaches it.
-add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -ffile-prefix-map=${CMAKE_BINARY_DIR}=build)
+# A coverage report needs them, to find the sources.
+if(NOT HALVEX_COVERAGE)
+  add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -ffile-prefix-map=${CMAKE_BINARY_DIR}=build)
+endif()
 
 add_library(halvex_warnings INTERFACE)
 target_compile_options(halvex_warnings INTERFACE

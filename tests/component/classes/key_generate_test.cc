@@ -68,11 +68,14 @@ TEST(CheckLength, RefusesZeroAndNegativeLengths) {
   EXPECT_FALSE(rsa::check_length(2048));
 }
 
+// Neither is put to the library, which would refuse it too and queue an error.
 TEST(SetCtxProperties, RefusesNoContextAndNoBits) {
+  ERR_clear_error();
   EXPECT_TRUE(rsa::set_ctx_properties(nullptr, 2048));
   const halvex_encryption::Pkey_ctx_ptr ctx{EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr)};
   ASSERT_EQ(EVP_PKEY_keygen_init(ctx.get()), 1);
   EXPECT_TRUE(rsa::set_ctx_properties(ctx.get(), 0));
+  EXPECT_EQ(ERR_peek_error(), 0U);
   EXPECT_FALSE(rsa::set_ctx_properties(ctx.get(), 2048));
 }
 
