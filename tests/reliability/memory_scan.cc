@@ -6,9 +6,9 @@
 
 #include <algorithm>
 #include <bitset>
-#include <cinttypes>
-#include <cstdio>
+#include <charconv>
 #include <fstream>
+#include <string_view>
 
 namespace reliability {
 namespace {
@@ -96,15 +96,24 @@ struct Mapping {
   std::string line;
 };
 
+// Reads "7f12-7f34 rw-p ...": the addresses and whether the memory is writable.
+bool parse(const std::string &line, Region &region) {
+  constexpr int hexadecimal = 16;
+  const char *const end = line.data() + line.size();
+  const auto begin_parsed = std::from_chars(line.data(), end, region.begin, hexadecimal);
+  if (begin_parsed.ptr == end || *begin_parsed.ptr != '-') {
+    return false;
+  }
+  const auto end_parsed = std::from_chars(begin_parsed.ptr + 1, end, region.end, hexadecimal);
+  return std::string_view{end_parsed.ptr, end}.starts_with(" rw");
+}
+
 std::vector<Mapping> writable_mappings() {
   std::vector<Mapping> mappings;
   std::ifstream maps{"/proc/self/maps"};
   for (std::string line; std::getline(maps, line);) {
     Region region;
-    char writable = '-';
-    if (std::sscanf(line.c_str(), "%" SCNxPTR "-%" SCNxPTR " r%c", &region.begin, &region.end,
-                    &writable) == 3 &&
-        writable == 'w') {
+    if (parse(line, region)) {
       mappings.push_back({region, line});
     }
   }

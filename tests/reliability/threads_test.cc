@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
+#include <iostream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -106,6 +107,7 @@ TEST(Threads_test, MixedCallsWhileVariablesChange) {
   ASSERT_EQ(component.descriptor()->init(), 0);
   const std::vector<Measured_road> roads = steady_roads();
   ASSERT_GT(roads.size(), 20U);
+  std::cout << roads.size() << " roads\n";
   const Counts before = records_by_code();
 
   std::atomic<bool> stop{false};
