@@ -76,6 +76,9 @@ bool functions_are_refused() {
 
 int init() {
   utilities::take_log_handles();
+  if (rsa::legacy_digests.empty()) {
+    return 1;
+  }
 
   // A refused variable does not keep the functions from being registered; they are withdrawn below.
   const bool variables_refused = variables_are_refused();

@@ -14,9 +14,9 @@ extern utilities::System_variables_list system_variables_list;
 extern utilities::UDF_list udf_list;
 
 // Registers both system variables and all seven functions, or, if any was refused, withdraws them
-// again and returns 1; else 0. Every refusal has been reported. Called by the server, once.
-// std::bad_alloc goes on to the server; what was registered by then is withdrawn by deinit() or at
-// unload.
+// again and returns 1; else 0. Every refusal has been reported. 1 also if memory ran out while the
+// object was loaded. Called by the server, once. std::bad_alloc goes on to the server; what was
+// registered by then is withdrawn by deinit() or at unload.
 int init();
 
 // Withdraws the variables, then the functions. 1 if any was refused: it stays listed, and a second

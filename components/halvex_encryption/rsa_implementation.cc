@@ -28,18 +28,28 @@ constexpr std::int32_t key_bits_block = 1024;
 // OAEP with a 20-byte digest takes 2 * 20 + 2 bytes.
 constexpr std::int32_t oaep_overhead = 42;
 
+// Empty when memory runs out: an exception while the object is loaded would end the server.
+Legacy_digest_table make_legacy_digests() noexcept {
+  try {
+    return {
+        {"SHA224", EVP_sha224()},
+        {"SHA256", EVP_sha256()},
+        {"SHA384", EVP_sha384()},
+        {"SHA512", EVP_sha512()},
+    };
+  } catch (const std::bad_alloc &) {
+    return {};
+  }
+}
+
 }  // namespace
 
 constinit std::int32_t maximum_rsa_key_size_value = default_key_bits;
 constinit std::atomic<std::int32_t> maximum_rsa_key_size_current = default_key_bits;
 constinit bool rsa_support_legacy_padding_value = false;
 
-[[gnu::init_priority(load_order::legacy_digests)]] const Legacy_digest_table legacy_digests{
-    {"SHA224", EVP_sha224()},
-    {"SHA256", EVP_sha256()},
-    {"SHA384", EVP_sha384()},
-    {"SHA512", EVP_sha512()},
-};
+[[gnu::init_priority(load_order::legacy_digests)]] const Legacy_digest_table legacy_digests =
+    make_legacy_digests();
 
 bool legacy_padding_is_supported() noexcept {
   return std::atomic_ref{rsa_support_legacy_padding_value}.load(std::memory_order_relaxed);

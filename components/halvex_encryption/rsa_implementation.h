@@ -28,7 +28,8 @@ extern bool rsa_support_legacy_padding_value;
 // The legacy switch as it is now. Safe from any thread.
 bool legacy_padding_is_supported() noexcept;
 
-// The digests of the legacy verifier by upper-case name. Read-only once the component is loaded.
+// The digests of the legacy verifier by upper-case name. Read-only once the component is loaded;
+// empty if there was no memory for them then, which keeps the component from being initialised.
 using Legacy_digest_table = std::unordered_map<std::string, const EVP_MD *>;
 extern const Legacy_digest_table legacy_digests;
 
