@@ -3,6 +3,7 @@
 #ifndef HALVEX_TESTS_COMPONENT_SQL_FUNCTIONS_H
 #define HALVEX_TESTS_COMPONENT_SQL_FUNCTIONS_H
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,9 @@ struct Sql_function {
   // The line of the record for an unsupported algorithm; 0 for none.
   long long algorithm_line;
 };
+
+// How GoogleTest shows it.
+inline void PrintTo(const Sql_function &function, std::ostream *out) { *out << function.name; }
 
 // In the order of registration.
 const std::vector<Sql_function> &sql_functions();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <ostream>
 
 #include "conformance/expectations.h"
 #include "conformance/library.h"
@@ -14,6 +15,9 @@ struct Message_file {
   const char *digest_name;  // as the SQL user writes it
   const char *path;
 };
+
+// How GoogleTest shows it.
+void PrintTo(const Message_file &file, std::ostream *out) { *out << file.path; }
 
 // A message of "Len" bits; the file writes the empty one as a zero byte.
 std::string message_of_vector(const Vector &vector) {
