@@ -12,7 +12,6 @@ namespace halvex_sqlite {
 
 namespace {
 
-using dovrin_host::Log_record;
 using dovrin_host::Setting;
 using dovrin_host::Status;
 using dovrin_host::Variable_info;
