@@ -12,30 +12,22 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 
 #include "bare_server.h"
 #include "loaded_component.h"
+#include "support/openssl_owners.h"
 
 namespace {
 
+using halvex_test::Bio;
+using halvex_test::Digest_context;
+using halvex_test::Key;
+using halvex_test::Key_context;
 using reliability::Argument;
 using reliability::find_function;
-
-template <auto free_function>
-struct Free_with {
-  template <typename Object>
-  void operator()(Object *object) const noexcept {
-    free_function(object);
-  }
-};
-using Bio = std::unique_ptr<BIO, Free_with<BIO_free>>;
-using Key = std::unique_ptr<EVP_PKEY, Free_with<EVP_PKEY_free>>;
-using Key_context = std::unique_ptr<EVP_PKEY_CTX, Free_with<EVP_PKEY_CTX_free>>;
-using Digest_context = std::unique_ptr<EVP_MD_CTX, Free_with<EVP_MD_CTX_free>>;
 
 constexpr std::string_view content =
     "What is signed, encrypted and hashed in every row: 64 bytes ....";

@@ -12,7 +12,7 @@ namespace halvex_test {
 // The digest of `text` by OpenSSL's digest name, for instance "SHA256".
 std::string peer_digest(const std::string &digest, const std::string &text);
 
-// RSA with a padding mode of OpenSSL (1 PKCS#1 v1.5, 4 OAEP). Keys are PEM texts. Aborts on
+// RSA with a padding mode of OpenSSL (1 PKCS#1 v1.5, 4 OAEP). Keys are PEM texts. Throws on
 // failure.
 std::string peer_encrypt(const std::string &public_pem, const std::string &data, int padding);
 std::string peer_decrypt(const std::string &private_pem, const std::string &data, int padding);

@@ -5,8 +5,8 @@
 #include <ostream>
 
 #include "conformance/expectations.h"
-#include "conformance/library.h"
 #include "conformance/vector_files.h"
+#include "support/openssl_library.h"
 
 namespace halvex_test {
 namespace {

@@ -3,8 +3,8 @@
 #include <openssl/core_names.h>
 
 #include "conformance/expectations.h"
-#include "conformance/library.h"
 #include "conformance/vector_files.h"
+#include "support/openssl_library.h"
 
 namespace halvex_test {
 namespace {
@@ -13,14 +13,14 @@ constexpr const char *decrypt = "asymmetric_decrypt";
 
 // The PEM text of the private key whose numbers a vector gives.
 std::string private_key_of(const Vector &vector) {
-  const Library_key key = rsa_key({{OSSL_PKEY_PARAM_RSA_N, vector.at("Modulus")},
-                                   {OSSL_PKEY_PARAM_RSA_E, vector.at("Public exponent")},
-                                   {OSSL_PKEY_PARAM_RSA_D, vector.at("Exponent")},
-                                   {OSSL_PKEY_PARAM_RSA_FACTOR1, vector.at("Prime 1")},
-                                   {OSSL_PKEY_PARAM_RSA_FACTOR2, vector.at("Prime 2")},
-                                   {OSSL_PKEY_PARAM_RSA_EXPONENT1, vector.at("Prime exponent 1")},
-                                   {OSSL_PKEY_PARAM_RSA_EXPONENT2, vector.at("Prime exponent 2")},
-                                   {OSSL_PKEY_PARAM_RSA_COEFFICIENT1, vector.at("Coefficient")}});
+  const Key key = rsa_key({{OSSL_PKEY_PARAM_RSA_N, vector.at("Modulus")},
+                           {OSSL_PKEY_PARAM_RSA_E, vector.at("Public exponent")},
+                           {OSSL_PKEY_PARAM_RSA_D, vector.at("Exponent")},
+                           {OSSL_PKEY_PARAM_RSA_FACTOR1, vector.at("Prime 1")},
+                           {OSSL_PKEY_PARAM_RSA_FACTOR2, vector.at("Prime 2")},
+                           {OSSL_PKEY_PARAM_RSA_EXPONENT1, vector.at("Prime exponent 1")},
+                           {OSSL_PKEY_PARAM_RSA_EXPONENT2, vector.at("Prime exponent 2")},
+                           {OSSL_PKEY_PARAM_RSA_COEFFICIENT1, vector.at("Coefficient")}});
   return private_pem(key.get()).value();
 }
 

@@ -7,7 +7,7 @@
 #include <cctype>
 #include <map>
 
-#include "conformance/library.h"
+#include "support/openssl_library.h"
 
 namespace halvex_test {
 
@@ -54,9 +54,8 @@ long long line_of_report(const std::string &site) {
 
 // Reads a key argument as every function but the two that create keys does; an unreadable one is
 // reported once, and public text is read twice before that.
-Library_key key_argument(const std::string &pem, const char *function,
-                         std::vector<Record> &records) {
-  Library_key key;
+Key key_argument(const std::string &pem, const char *function, std::vector<Record> &records) {
+  Key key;
   if (counts_as_private(pem)) {
     key = read_private_pem(pem);
   } else {
@@ -99,7 +98,7 @@ void succeed_with_length(Expectation &expectation, std::size_t length) {
 // One decryption attempt with one padding.
 bool attempt_decryption(const std::string &text, const std::string &pem, int padding,
                         Expectation &expectation) {
-  const Library_key key = key_argument(pem, decrypt, expectation.records);
+  const Key key = key_argument(pem, decrypt, expectation.records);
   if (key == nullptr || !length_is_supported(key.get(), pem, text, decrypt, expectation.records)) {
     return false;
   }
@@ -117,7 +116,7 @@ bool attempt_decryption(const std::string &text, const std::string &pem, int pad
 
 bool attempt_pss(const std::string &text, const std::string &signature, const std::string &pem,
                  const std::string &digest_name, std::vector<Record> &records) {
-  const Library_key key = key_argument(pem, verify, records);
+  const Key key = key_argument(pem, verify, records);
   const EVP_MD *digest = documented_digest(digest_name);
   if (key == nullptr || text.empty() || counts_as_private(pem) || digest == nullptr) {
     return false;
@@ -133,7 +132,7 @@ bool attempt_pss(const std::string &text, const std::string &signature, const st
 // does not match is accepted as long as the library answers 0 and not less.
 bool attempt_legacy(const std::string &text, const std::string &signature, const std::string &pem,
                     const std::string &digest_name, std::vector<Record> &records) {
-  const Library_key key = key_argument(pem, verify, records);
+  const Key key = key_argument(pem, verify, records);
   const std::string name = upper_cased(digest_name);
   if (key == nullptr || text.empty() || counts_as_private(pem) || name.starts_with("SHA3-") ||
       documented_digest(name) == nullptr) {
@@ -157,7 +156,7 @@ Expectation expected_public_key(const std::string &private_pem) {
   const Own_errors own;
   Expectation expectation;
   // Any private key that the library reads gives its public key, of whatever kind.
-  const Library_key key = read_private_pem(private_pem);
+  const Key key = read_private_pem(private_pem);
   if (auto pem = key == nullptr ? std::nullopt : public_pem(key.get())) {
     succeed(expectation, std::move(pem));
     return expectation;
@@ -171,7 +170,7 @@ Expectation expected_public_key(const std::string &private_pem) {
 Expectation expected_encryption(const std::string &text, const std::string &pem) {
   const Own_errors own;
   Expectation expectation;
-  const Library_key key = key_argument(pem, encrypt, expectation.records);
+  const Key key = key_argument(pem, encrypt, expectation.records);
   if (key == nullptr || !length_is_supported(key.get(), pem, text, encrypt, expectation.records)) {
     return expectation;
   }
@@ -200,7 +199,7 @@ Expectation expected_signature(const std::string &text, const std::string &pem,
                                const std::string &digest_name) {
   const Own_errors own;
   Expectation expectation;
-  const Library_key key = key_argument(pem, sign, expectation.records);
+  const Key key = key_argument(pem, sign, expectation.records);
   const EVP_MD *digest = documented_digest(digest_name);
   if (key != nullptr && !text.empty() && counts_as_private(pem) && digest != nullptr) {
     if (const auto signature = signed_with_pss(key.get(), digest, text)) {

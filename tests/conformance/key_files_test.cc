@@ -7,8 +7,8 @@
 #include <algorithm>
 
 #include "conformance/expectations.h"
-#include "conformance/library.h"
 #include "conformance/vector_files.h"
+#include "support/openssl_library.h"
 
 namespace halvex_test {
 namespace {
@@ -68,7 +68,7 @@ class KeyFiles : public Conformance_test, public ::testing::WithParamInterface<c
       if (signature.is_null) {
         continue;
       }
-      const Library_key key = read_private_pem(pem);
+      const Key key = read_private_pem(pem);
       EXPECT_TRUE(
           verifies_as_pss(key.get(), documented_digest(digest_name), "text", signature.bytes));
       const auto belonging = public_pem(key.get());

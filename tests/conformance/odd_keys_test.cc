@@ -5,7 +5,7 @@
 #include <openssl/rsa.h>
 
 #include "conformance/expectations.h"
-#include "conformance/library.h"
+#include "support/openssl_library.h"
 
 namespace halvex_test {
 namespace {
@@ -55,7 +55,7 @@ class OddKeys : public Conformance_test {
   // Signs and verifies, and refuses another text.
   std::string expect_signing(const Key_pair &pair, const char *digest_name) {
     std::string signature = value_of(sign, {"RSA", "text", pair.private_pem, digest_name});
-    const Library_key key = read_public_pem(pair.public_pem);
+    const Key key = read_public_pem(pair.public_pem);
     EXPECT_TRUE(verifies_as_pss(key.get(), documented_digest(digest_name), "text", signature));
     EXPECT_FALSE(check_verification("text", signature, pair.public_pem, digest_name).is_null);
     EXPECT_TRUE(check_verification("other", signature, pair.public_pem, digest_name).is_null);
@@ -213,14 +213,14 @@ TEST_F(OddKeys, LargestKeysWorkInEveryFunction) {
 TEST_F(OddKeys, PrivateTextOfTheLargestKeyFitsTheResultBuffer) {
   const std::string full(16384 / 4, 'f');
   const std::string half(8192 / 4, 'f');
-  const Library_key key = rsa_key({{OSSL_PKEY_PARAM_RSA_N, full},
-                                   {OSSL_PKEY_PARAM_RSA_E, "10001"},
-                                   {OSSL_PKEY_PARAM_RSA_D, full},
-                                   {OSSL_PKEY_PARAM_RSA_FACTOR1, half},
-                                   {OSSL_PKEY_PARAM_RSA_FACTOR2, half},
-                                   {OSSL_PKEY_PARAM_RSA_EXPONENT1, half},
-                                   {OSSL_PKEY_PARAM_RSA_EXPONENT2, half},
-                                   {OSSL_PKEY_PARAM_RSA_COEFFICIENT1, half}});
+  const Key key = rsa_key({{OSSL_PKEY_PARAM_RSA_N, full},
+                           {OSSL_PKEY_PARAM_RSA_E, "10001"},
+                           {OSSL_PKEY_PARAM_RSA_D, full},
+                           {OSSL_PKEY_PARAM_RSA_FACTOR1, half},
+                           {OSSL_PKEY_PARAM_RSA_FACTOR2, half},
+                           {OSSL_PKEY_PARAM_RSA_EXPONENT1, half},
+                           {OSSL_PKEY_PARAM_RSA_EXPONENT2, half},
+                           {OSSL_PKEY_PARAM_RSA_COEFFICIENT1, half}});
   const std::size_t longest = private_pem(key.get()).value().size();
   RecordProperty("longest", static_cast<int>(longest));
   EXPECT_GE(longest, fixture("rsa16384.pem").size());
@@ -230,7 +230,7 @@ TEST_F(OddKeys, PrivateTextOfTheLargestKeyFitsTheResultBuffer) {
 
 // The library reads such a modulus and tells its size, and refuses only the operation.
 TEST_F(OddKeys, KeysBeyondTheLargestFailInTheOperation) {
-  const Library_key key = rsa_key(
+  const Key key = rsa_key(
       {{OSSL_PKEY_PARAM_RSA_N, std::string(16392 / 4, 'f')}, {OSSL_PKEY_PARAM_RSA_E, "10001"}});
   const std::string pem = public_pem(key.get()).value();
   const Expectation encryption = expected_encryption("x", pem);

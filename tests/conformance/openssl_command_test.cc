@@ -7,7 +7,7 @@
 #include <numeric>
 
 #include "conformance/expectations.h"
-#include "conformance/library.h"
+#include "support/openssl_library.h"
 
 namespace halvex_test {
 namespace {

@@ -9,8 +9,8 @@
 #include <openssl/core_names.h>
 
 #include "conformance/expectations.h"
-#include "conformance/library.h"
 #include "conformance/vector_files.h"
+#include "support/openssl_library.h"
 
 namespace halvex_test {
 namespace {
@@ -18,7 +18,7 @@ namespace {
 constexpr const char *verify = "asymmetric_verify";
 
 std::string public_key_of(const Vector &vector) {
-  const Library_key key =
+  const Key key =
       rsa_key({{OSSL_PKEY_PARAM_RSA_N, vector.at("n")}, {OSSL_PKEY_PARAM_RSA_E, vector.at("e")}});
   return public_pem(key.get()).value();
 }
@@ -124,7 +124,7 @@ TEST_F(SignatureVectors, Pkcs1VerificationNeedsTheLegacySwitch) {
       }
 
       item.text = item.digest();
-      const Library_key key = read_public_pem(item.pem);
+      const Key key = read_public_pem(item.pem);
       const bool valid = vector.at("Result") == "P";
       passes += valid ? 1 : 0;
       EXPECT_EQ(
@@ -144,7 +144,7 @@ TEST_F(SignatureVectors, GeneratedPkcs1SignaturesAreValidInLegacyMode) {
     for (const Vector &vector : without_sha1(read(file, "S"))) {
       Signed_text item(vector);
       item.text = item.digest();
-      const Library_key key = read_public_pem(item.pem);
+      const Key key = read_public_pem(item.pem);
       EXPECT_EQ(
           raw_verify_result(key.get(), library_digest(item.digest_name), item.text, item.signature),
           1);

@@ -24,7 +24,7 @@ struct Materials {
   std::string legacy_signature;                  // of `content_digest`, PKCS#1 v1.5, SHA-256
 };
 
-// Made by OpenSSL's own calls from the key files on the first call; aborts if that fails. Read-only
+// Made by OpenSSL's own calls from the key files on the first call; throws if that fails. Read-only
 // after.
 [[nodiscard]] const Materials &materials();
 

@@ -1,5 +1,6 @@
-#include "conformance/library.h"
+#include "support/openssl_library.h"
 
+#include <openssl/bn.h>
 #include <openssl/core_names.h>
 #include <openssl/err.h>
 #include <openssl/param_build.h>
@@ -7,6 +8,7 @@
 #include <openssl/rsa.h>
 
 #include <array>
+#include <memory>
 #include <stdexcept>
 #include <vector>
 
@@ -14,9 +16,9 @@ namespace halvex_test {
 
 namespace {
 
-using Number = std::unique_ptr<BIGNUM, Free_by<BN_clear_free>>;
-using Parameter_builder = std::unique_ptr<OSSL_PARAM_BLD, Free_by<OSSL_PARAM_BLD_free>>;
-using Parameters = std::unique_ptr<OSSL_PARAM, Free_by<OSSL_PARAM_free>>;
+using Number = std::unique_ptr<BIGNUM, Free_with<BN_clear_free>>;
+using Parameter_builder = std::unique_ptr<OSSL_PARAM_BLD, Free_with<OSSL_PARAM_BLD_free>>;
+using Parameters = std::unique_ptr<OSSL_PARAM, Free_with<OSSL_PARAM_free>>;
 
 const unsigned char *bytes_of(const std::string &text) {
   return reinterpret_cast<const unsigned char *>(text.data());
@@ -32,8 +34,8 @@ void require(bool condition, const std::string &what) {
   }
 }
 
-Library_bio stream_over(const std::string &text) {
-  return Library_bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+Bio stream_over(const std::string &text) {
+  return Bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
 }
 
 std::string contents(BIO *stream) {
@@ -42,17 +44,17 @@ std::string contents(BIO *stream) {
   return {data, static_cast<std::size_t>(length)};
 }
 
-using Init = int (*)(EVP_PKEY_CTX *);
 using Operation = int (*)(EVP_PKEY_CTX *, unsigned char *, std::size_t *, const unsigned char *,
                           std::size_t);
 
-std::optional<std::string> transformed(EVP_PKEY *key, Init init, Operation operation, int padding,
+// `init` prepares the context for the operation, or returns false.
+template <typename Init>
+std::optional<std::string> transformed(EVP_PKEY *key, Init init, Operation operation,
                                        const std::string &text) {
-  const Library_key_context context(EVP_PKEY_CTX_new(key, nullptr));
-  if (context == nullptr || init(context.get()) <= 0) {
+  const Key_context context(EVP_PKEY_CTX_new(key, nullptr));
+  if (context == nullptr || !init(context.get())) {
     return std::nullopt;
   }
-  EVP_PKEY_CTX_set_rsa_padding(context.get(), padding);
   std::size_t length = 0;
   if (operation(context.get(), nullptr, &length, bytes_of(text), text.size()) <= 0) {
     return std::nullopt;
@@ -63,6 +65,25 @@ std::optional<std::string> transformed(EVP_PKEY *key, Init init, Operation opera
   }
   result.resize(length);
   return result;
+}
+
+bool set_where_possible(EVP_PKEY_CTX *context, int padding) {
+  EVP_PKEY_CTX_set_rsa_padding(context, padding);
+  return true;
+}
+
+bool verifies_with(EVP_PKEY *key, const EVP_MD *digest, const std::string &text,
+                   const std::string &signature, std::optional<int> padding) {
+  const Digest_context context(EVP_MD_CTX_new());
+  EVP_PKEY_CTX *key_context = nullptr;
+  if (EVP_DigestVerifyInit(context.get(), &key_context, digest, nullptr, key) <= 0) {
+    return false;
+  }
+  if (padding) {
+    EVP_PKEY_CTX_set_rsa_padding(key_context, *padding);
+  }
+  return EVP_DigestVerifyUpdate(context.get(), text.data(), text.size()) > 0 &&
+         EVP_DigestVerifyFinal(context.get(), bytes_of(signature), signature.size()) == 1;
 }
 
 }  // namespace
@@ -82,7 +103,7 @@ std::string digest_of(const EVP_MD *digest, const std::string &text) {
   return {value.data(), length};
 }
 
-Library_key rsa_key(const std::map<std::string, std::string> &numbers) {
+Key rsa_key(const std::map<std::string, std::string> &numbers) {
   const Parameter_builder builder(OSSL_PARAM_BLD_new());
   std::vector<Number> owned;
   for (const auto &[name, digits] : numbers) {
@@ -93,24 +114,24 @@ Library_key rsa_key(const std::map<std::string, std::string> &numbers) {
     require(OSSL_PARAM_BLD_push_BN(builder.get(), name.c_str(), number) == 1, "the number " + name);
   }
   const Parameters parameters(OSSL_PARAM_BLD_to_param(builder.get()));
-  const Library_key_context context(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
+  const Key_context context(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
   const int selection =
       numbers.contains(OSSL_PKEY_PARAM_RSA_D) ? EVP_PKEY_KEYPAIR : EVP_PKEY_PUBLIC_KEY;
   EVP_PKEY *key = nullptr;
   require(EVP_PKEY_fromdata_init(context.get()) == 1 &&
               EVP_PKEY_fromdata(context.get(), &key, selection, parameters.get()) == 1,
           "an RSA key of these numbers");
-  return Library_key(key);
+  return Key(key);
 }
 
-Library_key new_key(const char *algorithm, const char *parameter) {
-  Library_key key(EVP_PKEY_Q_keygen(nullptr, nullptr, algorithm, parameter));
+Key new_key(const char *algorithm, const char *parameter) {
+  Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, algorithm, parameter));
   require(key != nullptr, std::string("a new key of ") + algorithm);
   return key;
 }
 
 std::optional<std::string> private_pem(EVP_PKEY *key) {
-  const Library_bio stream(BIO_new(BIO_s_mem()));
+  const Bio stream(BIO_new(BIO_s_mem()));
   if (PEM_write_bio_PKCS8PrivateKey(stream.get(), key, nullptr, nullptr, 0, nullptr, nullptr) !=
       1) {
     return std::nullopt;
@@ -119,34 +140,40 @@ std::optional<std::string> private_pem(EVP_PKEY *key) {
 }
 
 std::optional<std::string> public_pem(EVP_PKEY *key) {
-  const Library_bio stream(BIO_new(BIO_s_mem()));
+  const Bio stream(BIO_new(BIO_s_mem()));
   if (PEM_write_bio_PUBKEY(stream.get(), key) != 1) {
     return std::nullopt;
   }
   return contents(stream.get());
 }
 
-Library_key read_private_pem(const std::string &pem) {
-  const Library_bio stream = stream_over(pem);
-  return Library_key(PEM_read_bio_PrivateKey(stream.get(), nullptr, nullptr, nullptr));
+Key read_private_pem(const std::string &pem) {
+  const Bio stream = stream_over(pem);
+  return Key(PEM_read_bio_PrivateKey(stream.get(), nullptr, nullptr, nullptr));
 }
 
-Library_key read_public_pem(const std::string &pem) {
-  const Library_bio stream = stream_over(pem);
-  return Library_key(PEM_read_bio_PUBKEY(stream.get(), nullptr, nullptr, nullptr));
+Key read_public_pem(const std::string &pem) {
+  const Bio stream = stream_over(pem);
+  return Key(PEM_read_bio_PUBKEY(stream.get(), nullptr, nullptr, nullptr));
 }
 
 std::optional<std::string> encrypted(EVP_PKEY *key, int padding, const std::string &text) {
-  return transformed(key, EVP_PKEY_encrypt_init, EVP_PKEY_encrypt, padding, text);
+  const auto init = [padding](EVP_PKEY_CTX *context) {
+    return EVP_PKEY_encrypt_init(context) > 0 && set_where_possible(context, padding);
+  };
+  return transformed(key, init, EVP_PKEY_encrypt, text);
 }
 
 std::optional<std::string> decrypted(EVP_PKEY *key, int padding, const std::string &text) {
-  return transformed(key, EVP_PKEY_decrypt_init, EVP_PKEY_decrypt, padding, text);
+  const auto init = [padding](EVP_PKEY_CTX *context) {
+    return EVP_PKEY_decrypt_init(context) > 0 && set_where_possible(context, padding);
+  };
+  return transformed(key, init, EVP_PKEY_decrypt, text);
 }
 
 std::optional<std::string> signed_with_pss(EVP_PKEY *key, const EVP_MD *digest,
                                            const std::string &text) {
-  const Library_digest_context context(EVP_MD_CTX_new());
+  const Digest_context context(EVP_MD_CTX_new());
   EVP_PKEY_CTX *key_context = nullptr;
   if (EVP_DigestSignInit(context.get(), &key_context, digest, nullptr, key) <= 0) {
     return std::nullopt;
@@ -167,19 +194,25 @@ std::optional<std::string> signed_with_pss(EVP_PKEY *key, const EVP_MD *digest,
 
 bool verifies_as_pss(EVP_PKEY *key, const EVP_MD *digest, const std::string &text,
                      const std::string &signature) {
-  const Library_digest_context context(EVP_MD_CTX_new());
-  EVP_PKEY_CTX *key_context = nullptr;
-  if (EVP_DigestVerifyInit(context.get(), &key_context, digest, nullptr, key) <= 0) {
-    return false;
-  }
-  EVP_PKEY_CTX_set_rsa_padding(key_context, RSA_PKCS1_PSS_PADDING);
-  return EVP_DigestVerifyUpdate(context.get(), text.data(), text.size()) > 0 &&
-         EVP_DigestVerifyFinal(context.get(), bytes_of(signature), signature.size()) == 1;
+  return verifies_with(key, digest, text, signature, RSA_PKCS1_PSS_PADDING);
+}
+
+bool verifies(EVP_PKEY *key, const EVP_MD *digest, const std::string &text,
+              const std::string &signature) {
+  return verifies_with(key, digest, text, signature, std::nullopt);
+}
+
+std::optional<std::string> signed_digest(EVP_PKEY *key, const EVP_MD *digest,
+                                         const std::string &digest_value) {
+  const auto init = [digest](EVP_PKEY_CTX *context) {
+    return EVP_PKEY_sign_init(context) > 0 && EVP_PKEY_CTX_set_signature_md(context, digest) > 0;
+  };
+  return transformed(key, init, EVP_PKEY_sign, digest_value);
 }
 
 int raw_verify_result(EVP_PKEY *key, const EVP_MD *digest, const std::string &digest_value,
                       const std::string &signature) {
-  const Library_key_context context(EVP_PKEY_CTX_new(key, nullptr));
+  const Key_context context(EVP_PKEY_CTX_new(key, nullptr));
   if (context == nullptr || EVP_PKEY_verify_init(context.get()) < 0 ||
       EVP_PKEY_CTX_set_signature_md(context.get(), digest) <= 0) {
     return -1;
