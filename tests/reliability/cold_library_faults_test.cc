@@ -1,0 +1,167 @@
+// The first use of libcrypto in a process, with each of its requests for memory failing in turn.
+// The library may crash by itself then; this component must not, and must not give a wrong value.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include "bare_server.h"
+#include "child_process.h"
+#include "counted_allocations.h"
+#include "fault_plan.h"
+#include "loaded_component.h"
+#include "sanitizers.h"
+#include "support/fixture.h"
+
+namespace reliability {
+namespace {
+
+constexpr unsigned int longest_run_seconds = 60;
+// A first call asks libcrypto for memory some 5,000 to 12,000 times. Every so many-th fault is
+// tried; all of them if HALVEX_ALL_FAULTS is set, which takes some seven minutes.
+constexpr std::size_t usual_step = 23;
+
+constexpr const char *no_fault = "no fault struck";
+
+struct First_call {
+  const char *function;
+  std::vector<std::string> arguments;
+  // Of a right value: its bytes, or its length alone where the bytes are random.
+  std::string bytes;
+  std::size_t length;
+};
+
+void PrintTo(const First_call &call, std::ostream *out) { *out << call.function; }
+
+// Nothing here may use libcrypto: only the first use is of interest.
+std::vector<First_call> first_calls() {
+  using halvex_test::fixture;
+  const std::string public_key = fixture("rsa2048-public.pem");
+  const std::string private_key = fixture("rsa2048.pem");
+  using std::string_literals::operator""s;
+  const std::string sha256_of_abc =
+      "\xba\x78\x16\xbf\x8f\x01\xcf\xea\x41\x41\x40\xde\x5d\xae\x22\x23"
+      "\xb0\x03\x61\xa3\x96\x17\x7a\x9c\xb4\x10\xff\x61\xf2\x00\x15\xad"s;
+  return {
+      {"create_digest", {"SHA256", "abc"}, sha256_of_abc, 32},
+      {"create_asymmetric_pub_key", {"RSA", private_key}, public_key, public_key.size()},
+      {"asymmetric_encrypt", {"RSA", "abc", public_key}, "", 256},
+      {"asymmetric_sign", {"RSA", "abc", private_key, "SHA256"}, "", 256},
+  };
+}
+
+const char *complaint_about(const First_call &call, const Call_result &result) {
+  if (result.ending == Call_result::Ending::null) {
+    return result.is_null && result.returned_null ? nullptr : "a NULL that is not one";
+  }
+  if (result.ending != Call_result::Ending::value) {
+    return "neither a value nor NULL";
+  }
+  const std::string_view value{result.bytes, result.length};
+  const bool right = call.bytes.empty() ? value.size() == call.length : value == call.bytes;
+  return right ? nullptr : "a wrong value";
+}
+
+// The frames of a crash in shared objects other than libc, the innermost first, without addresses:
+// "libcrypto.so.3(EVP_MD_fetch+0x2a)".
+std::vector<std::string> frames_of(const std::string &report) {
+  std::vector<std::string> frames;
+  std::istringstream lines{report};
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t end = line.find(")[");
+    const std::size_t slash = line.rfind('/', end);
+    if (end == std::string::npos || slash == std::string::npos) {
+      continue;
+    }
+    const std::string frame = line.substr(slash + 1, end - slash);
+    if (frame.find(".so") != std::string::npos && frame.rfind("libc.so", 0) != 0) {
+      frames.push_back(frame);
+    }
+  }
+  return frames;
+}
+
+class Cold_library_faults_test
+    : public ::testing::TestWithParam<std::tuple<First_call, Fault_mode>> {
+ protected:
+  static void SetUpTestSuite() {
+    static Loaded_component component{HALVEX_COMPONENT_PATH};
+    ASSERT_NE(component.descriptor(), nullptr);
+    ASSERT_EQ(component.descriptor()->init(), 0);
+  }
+};
+
+TEST_P(Cold_library_faults_test, CrashInTheLibraryAtMost) {
+  if (under_address_sanitizer) {
+    GTEST_SKIP() << "the sanitizer takes the crashes";
+  }
+  const auto &[first_call, mode] = GetParam();
+  std::vector<Argument> arguments;
+  for (const std::string &text : first_call.arguments) {
+    arguments.push_back({STRING_RESULT, text.data(), text.size(), 0});
+  }
+  const Registered_function &function = *find_function(first_call.function);
+  const std::size_t step = std::getenv("HALVEX_ALL_FAULTS") == nullptr ? usual_step : 1;
+
+  std::map<std::string, int> crashes;
+  std::size_t faults = 0;
+  for (bool struck = true; struck; faults += struck ? 1 : 0) {
+    const std::size_t nth = 1 + faults * step;
+    const Child_end end = run_in_child(longest_run_seconds, [&, mode = mode] {
+      static Call_result result;
+      arm_faults(Fault_source::libcrypto, mode, nth);
+      call(function, arguments, result);
+      if (!disarm_faults()) {
+        report_line(nth, no_fault);
+      }
+      if (const char *complaint = complaint_about(first_call, result)) {
+        report_line(nth, complaint);
+      }
+    });
+    struck = end.report.find(no_fault) == std::string::npos;
+    if (end.crashed) {
+      const std::vector<std::string> frames = frames_of(end.report);
+      ASSERT_FALSE(frames.empty()) << "fault " << nth << ", signal " << end.signal << "\n"
+                                   << end.report;
+      EXPECT_EQ(frames.front().rfind("libcrypto.so", 0), 0U) << "fault " << nth << "\n"
+                                                             << end.report;
+      std::string stack;
+      for (const std::string &frame : frames) {
+        stack += "  " + frame + "\n";
+      }
+      ++crashes[stack];
+    } else {
+      EXPECT_EQ(end.report, struck ? "" : std::to_string(nth) + ": " + no_fault + "\n");
+    }
+  }
+  EXPECT_GT(faults, 0U);
+  std::cout << faults << " faults\n";
+  for (const auto &[stack, times] : crashes) {
+    std::cout << "libcrypto crashed " << times << " times:\n" << stack;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    First, Cold_library_faults_test,
+    ::testing::Combine(::testing::ValuesIn(first_calls()),
+                       ::testing::Values(Fault_mode::once, Fault_mode::from_then_on)),
+    [](const ::testing::TestParamInfo<std::tuple<First_call, Fault_mode>> &one) {
+      std::string name;
+      for (const char letter : std::string_view{std::get<0>(one.param).function}) {
+        if (letter != '_') {
+          name += letter;
+        }
+      }
+      return name + (std::get<1>(one.param) == Fault_mode::once ? "Once" : "FromThenOn");
+    });
+
+}  // namespace
+}  // namespace reliability
