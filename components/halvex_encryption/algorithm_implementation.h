@@ -4,9 +4,8 @@
 // What holds for the whole file:
 // - Operations that return bool return true on failure; `validate` is the exception.
 // - Who notices a failure reports it, once; where a failure is silent, the comment says so.
-// - Every object serves one row call on one thread. OpenSSL errors stay in the thread's queue: the
-// row
-//   callback clears it on its way out.
+// - Every object serves one row call on one thread. OpenSSL errors stay in the thread's queue; the
+//   row callback clears it on its way out.
 // - Only copying strings can throw (std::bad_alloc), so constructors may; operations never do.
 // - Lengths are bytes unless they are called bits.
 

@@ -2,17 +2,14 @@
 //
 // What holds for all of them:
 // - init refuses a wrong number or type of arguments with a message that the user sees, and makes
-// the result
-//   buffer; it never changes the argument types. deinit wipes and frees the buffer, also after a
-//   refusal.
+//   the result buffer; it never changes the argument types. deinit wipes and frees the buffer, also
+//   after a refusal.
 // - A row callback never raises an SQL error. Whatever fails gives SQL NULL, and a record in the
-// error log
-//   says why; where nothing is reported, the comment says so. An exception from copying a string
-//   (std::bad_alloc) goes on to the server after `*is_null` is set and the OpenSSL queue is
+//   error log says why; where nothing is reported, the comment says so. An exception from copying a
+//   string (std::bad_alloc) goes on to the server after `*is_null` is set and the OpenSSL queue is
 //   cleared.
 // - The algorithm is "RSA" in any letter case. Keys are PEM text. A result lies in `initid->ptr`
-// until the
-//   next row or deinit.
+//   until the next row or deinit.
 // - Row callbacks of different function instances may run at the same time.
 
 #ifndef HALVEX_ENCRYPTION_FUNCTIONS_H

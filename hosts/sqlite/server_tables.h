@@ -5,8 +5,7 @@
 //     of the transaction; a value that the component refuses is a constraint error.
 //
 //   dovrin_error_log(id, time, priority, code, symbol, component, function, source_file,
-//   source_line,
-//                    message, hint)
+//                    source_line, message, hint)
 //     the last records, newest last. `id` counts the records of the process from 1.
 
 #ifndef HALVEX_SQLITE_SERVER_TABLES_H

@@ -34,8 +34,8 @@ typedef struct UDF_INIT {
 } UDF_INIT;
 
 // The arguments of one call. `args[i]` is null for an SQL NULL, else the address of a string's
-// bytes
-// (`lengths[i]` of them, then a NUL that the length leaves out), of a `long long` or of a `double`.
+// bytes (`lengths[i]` of them, then a NUL that the length leaves out), of a `long long` or of a
+// `double`.
 typedef struct UDF_ARGS {
   unsigned int arg_count;
   Item_result *arg_type;
