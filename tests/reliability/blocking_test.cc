@@ -80,6 +80,7 @@ Verdict read_encrypted_keys() {
 
   std::atomic<bool> only_nulls{true};
   std::vector<std::thread> callers;
+  callers.reserve(threads);
   for (int caller = 0; caller < threads; ++caller) {
     callers.emplace_back([&, caller] {
       if (!every_row_is_null("create_asymmetric_pub_key",

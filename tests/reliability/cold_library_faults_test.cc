@@ -103,7 +103,8 @@ TEST_P(Cold_library_faults_test, CrashInTheLibraryAtMost) {
   if (under_address_sanitizer) {
     GTEST_SKIP() << "the sanitizer takes the crashes";
   }
-  const auto &[first_call, mode] = GetParam();
+  const First_call &first_call = std::get<First_call>(GetParam());
+  const Fault_mode mode = std::get<Fault_mode>(GetParam());
   std::vector<Argument> arguments;
   for (const std::string &text : first_call.arguments) {
     arguments.push_back({STRING_RESULT, text.data(), text.size(), 0});
@@ -115,7 +116,7 @@ TEST_P(Cold_library_faults_test, CrashInTheLibraryAtMost) {
   std::size_t faults = 0;
   for (bool struck = true; struck; faults += struck ? 1 : 0) {
     const std::size_t nth = 1 + faults * step;
-    const Child_end end = run_in_child(longest_run_seconds, [&, mode = mode] {
+    const Child_end end = run_in_child(longest_run_seconds, [&] {
       static Call_result result;
       arm_faults(Fault_source::libcrypto, mode, nth);
       call(function, arguments, result);

@@ -152,6 +152,7 @@ TEST(Threads_test, KeysAreCreatedWhileTheLimitChanges) {
   ASSERT_EQ(creation.name, "CreateKey");
   std::array<std::string, 2> complaints;
   std::vector<std::thread> threads;
+  threads.reserve(complaints.size());
   for (std::string &complaint : complaints) {
     threads.emplace_back([&] {
       const auto result = std::make_unique<Call_result>();

@@ -21,7 +21,8 @@ bool init(UDF_INIT *instance, UDF_ARGS *args, char *message) {
   for (unsigned int i = 0; i < args->arg_count; ++i) {
     if (args->arg_type[i] == REAL_RESULT) {
       ++counts.refused_inits;
-      std::snprintf(message, DOVRIN_UDF_MESSAGE_SIZE, "Argument %u is a real.", i + 1);
+      static_cast<void>(
+          std::snprintf(message, DOVRIN_UDF_MESSAGE_SIZE, "Argument %u is a real.", i + 1));
       return true;
     }
   }

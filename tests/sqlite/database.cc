@@ -11,7 +11,7 @@ namespace halvex_test {
 namespace {
 
 [[noreturn]] void give_up(const std::string &what, const std::string &why) {
-  std::fprintf(stderr, "%s: %s\n", what.c_str(), why.c_str());
+  static_cast<void>(std::fprintf(stderr, "%s: %s\n", what.c_str(), why.c_str()));
   std::abort();
 }
 

@@ -1,7 +1,6 @@
 // Function instances: how often SQL statements make a component run init, row and deinit.
 
 #include <dlfcn.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -13,8 +12,6 @@
 
 namespace halvex_test {
 namespace {
-
-using testing::ElementsAre;
 
 // How often each callback ran; deinits must always match inits in the end.
 struct Counts {

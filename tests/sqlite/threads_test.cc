@@ -40,12 +40,15 @@ TEST(SqliteThreadsTest, ConnectionsWorkSideBySide) {
     Database database;
     bind_keys(database);
     const std::string text = "'text of thread " + std::to_string(number) + "'";
+    const std::string decryption =
+        "SELECT CAST(asymmetric_decrypt('RSA', asymmetric_encrypt('RSA', " + text +
+        ", @public), @private) AS TEXT)";
+    const std::string verification = "SELECT asymmetric_verify('RSA', " + text +
+                                     ", asymmetric_sign('RSA', " + text +
+                                     ", @private, 'SHA384'), @public, 'sha384')";
     for (int round = 0; round < 12; ++round) {
-      wrong += database.value("SELECT CAST(asymmetric_decrypt('RSA', asymmetric_encrypt('RSA', " +
-                              text + ", @public), @private) AS TEXT)") != text;
-      wrong +=
-          database.value("SELECT asymmetric_verify('RSA', " + text + ", asymmetric_sign('RSA', " +
-                         text + ", @private, 'SHA384'), @public, 'sha384')") != "1";
+      wrong += database.value(decryption) != text;
+      wrong += database.value(verification) != "1";
       wrong += database.value("SELECT create_asymmetric_pub_key('RSA', @private) = @public") != "1";
       wrong += database.value("SELECT create_digest('SHA256', NULL)") != "NULL";
       ++reported;

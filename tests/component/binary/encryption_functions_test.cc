@@ -7,7 +7,6 @@ namespace halvex_test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 constexpr int pkcs1 = 1;
