@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
-#include "server/log_record.h"
-#include "server/server.h"
+#include "dovrin_host/log_record.h"
+#include "dovrin_host/server.h"
 
 namespace halvex_postgresql {
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "server/server.h"
+#include "dovrin_host/server.h"
 
 namespace halvex_sqlite {
 

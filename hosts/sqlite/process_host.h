@@ -6,8 +6,8 @@
 
 #include <memory>
 
-#include "server/log_sinks.h"
-#include "server/result.h"
+#include "dovrin_host/log_sinks.h"
+#include "dovrin_host/result.h"
 
 namespace halvex_sqlite {
 

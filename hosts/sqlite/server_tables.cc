@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "server/server.h"
+#include "dovrin_host/server.h"
 #include "sqlite/system_table.h"
 
 namespace halvex_sqlite {

@@ -13,7 +13,7 @@
 
 #include <memory>
 
-#include "server/log_sinks.h"
+#include "dovrin_host/log_sinks.h"
 #include "sqlite/sqlite_api.h"
 
 namespace halvex_sqlite {

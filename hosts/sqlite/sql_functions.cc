@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "server/function_instance.h"
-#include "server/server.h"
+#include "dovrin_host/function_instance.h"
+#include "dovrin_host/server.h"
 
 namespace halvex_sqlite {
 

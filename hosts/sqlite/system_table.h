@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-#include "server/result.h"
+#include "dovrin_host/result.h"
 #include "sqlite/sqlite_api.h"
 
 namespace halvex_sqlite {

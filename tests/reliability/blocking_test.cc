@@ -14,8 +14,8 @@
 #include <thread>
 #include <vector>
 
-#include "server/function_instance.h"
-#include "server/server.h"
+#include "dovrin_host/function_instance.h"
+#include "dovrin_host/server.h"
 #include "support/fixture.h"
 
 namespace reliability {

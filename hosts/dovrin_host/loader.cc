@@ -1,0 +1,136 @@
+#include "dovrin_host/loader.h"
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <system_error>
+
+#include "dovrin_host/service_registry.h"
+#include "dovrin_host/shared_object_file.h"
+
+namespace dovrin_host {
+namespace {
+
+constexpr const char *entry_symbol = "list_components";
+
+std::string last_loader_error() {
+  const char *const text = dlerror();
+  return text != nullptr ? text : "no reason given";
+}
+
+bool is_complete(const Dovrin_component *descriptor) {
+  return descriptor != nullptr && descriptor->name != nullptr && descriptor->init != nullptr &&
+         descriptor->deinit != nullptr;
+}
+
+Status failure_of(const std::string &name, const char *what) {
+  return Status::failure("The component '" + name + "' " + what);
+}
+
+}  // namespace
+
+void Close_object::operator()(void *object) const noexcept { dlclose(object); }
+
+Result<std::unique_ptr<Loaded_component>> Loaded_component::open(const std::string &path) {
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) {
+    return Status::failure("There is no component file '" + path + "'.");
+  }
+  if (is_cut_off(path)) {
+    return Status::failure("The component file '" + path + "' cannot be loaded: it is cut off.");
+  }
+  Object_ptr object{dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)};
+  if (!object) {
+    return Status::failure("The component file '" + path +
+                           "' cannot be loaded: " + last_loader_error() + ".");
+  }
+  void *const symbol = dlsym(object.get(), entry_symbol);
+  if (symbol == nullptr) {
+    return Status::failure("The file '" + path + "' is no component: it has no symbol '" +
+                           entry_symbol + "'.");
+  }
+  const Dovrin_component *const descriptor = reinterpret_cast<Dovrin_list_components>(symbol)();
+  if (!is_complete(descriptor)) {
+    return Status::failure("The file '" + path +
+                           "' is no component: its descriptor lacks a name, an init or a deinit.");
+  }
+  return std::unique_ptr<Loaded_component>{
+      new Loaded_component{path, std::move(object), *descriptor}};
+}
+
+Loaded_component::Loaded_component(std::string path, Object_ptr object,
+                                   const Dovrin_component &descriptor)
+    : path_{std::move(path)},
+      object_{std::move(object)},
+      descriptor_{descriptor},
+      name_{descriptor.name} {}
+
+Loaded_component::~Loaded_component() { release_services(); }
+
+Status Loaded_component::connect() {
+  const Dovrin_required_service *const required = descriptor_.required_services;
+  if (required == nullptr) {
+    return {};
+  }
+  for (const auto *service = required; service->name != nullptr; ++service) {
+    const void *const present = *service->slot;
+    if (present != nullptr && !is_own_handle(present)) {
+      return failure_of(name_, "is in use by another server in this process.");
+    }
+  }
+  for (const auto *service = required; service->name != nullptr; ++service) {
+    acquired_.reserve(acquired_.size() + 1);
+    void *handle = nullptr;
+    if (registry_table.acquire(service->name, &handle) != 0) {
+      release_services();
+      return Status::failure("The component '" + name_ + "' requires the service '" +
+                             service->name + "', which this server does not have.");
+    }
+    acquired_.push_back(handle);
+  }
+  for (std::size_t i = 0; i < acquired_.size(); ++i) {
+    *required[i].slot = acquired_[i];
+  }
+  return {};
+}
+
+Status Loaded_component::init() {
+  return descriptor_.init() == 0 ? Status{}
+                                 : failure_of(name_,
+                                              "refused to start: its init failed. The error log "
+                                              "says why.");
+}
+
+Status Loaded_component::deinit() {
+  return descriptor_.deinit() == 0 ? Status{}
+                                   : failure_of(name_,
+                                                "refused to stop: its deinit failed. The error log "
+                                                "says why.");
+}
+
+std::vector<std::pair<std::string, std::string>> Loaded_component::metadata() const {
+  std::vector<std::pair<std::string, std::string>> pairs;
+  const Dovrin_metadata *entry = descriptor_.metadata;
+  while (entry != nullptr && entry->key != nullptr) {
+    pairs.emplace_back(entry->key, entry->value != nullptr ? entry->value : "");
+    ++entry;
+  }
+  return pairs;
+}
+
+void Loaded_component::release_services() noexcept {
+  for (void *const handle : acquired_) {
+    registry_table.release(handle);
+  }
+  acquired_.clear();
+}
+
+void keep_this_library_loaded() noexcept {
+  Dl_info info{};
+  if (dladdr(&registry_table, &info) != 0 && info.dli_fname != nullptr) {
+    // Closing the handle again leaves the object in memory; the program itself is always there.
+    const Object_ptr self{dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE)};
+  }
+}
+
+}  // namespace dovrin_host

@@ -1,0 +1,80 @@
+#include "dovrin_host/catalogue.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace dovrin_host {
+namespace {
+
+// The conversions of a template, in their order. Each ends with its letter.
+std::string conversions(const std::string &text) {
+  std::string found;
+  for (std::size_t at = text.find('%'); at != std::string::npos; at = text.find('%', at + 1)) {
+    found.append(found.empty() ? "" : " ");
+    found.append(text, at, text.find_first_of("sdu", at) - at + 1);
+  }
+  return found;
+}
+
+TEST(CatalogueTest, EveryTemplateHasTheConversionsThatComponentsPass) {
+  const std::map<int, std::string> expected{
+      {13915, "%s"},
+      {13916, "%s"},
+      {13917, "%s"},
+      {13918, "%s"},
+      {13919, "%s %s"},
+      {13920, "%s %s"},
+      {13921, "%llu %s %s %lld %lld"},
+      {13922, "%lld %s %s"},
+      {13923, "%s %s"},
+      {13924, "%llu %s %s %lld"},
+      {13925, "%s %s %llu"},
+      {13926, "%s %s %llu"},
+      {13927, "%s %s %s"},
+      {13928, "%s %s %s"},
+      {13929, "%s %s %llu %llu"},
+  };
+  std::map<int, std::string> found;
+  for (const Catalogue_entry &entry : catalogue()) {
+    found.emplace(entry.code, conversions(entry.template_text));
+  }
+  EXPECT_EQ(found, expected);
+}
+
+TEST(CatalogueTest, EveryCodeIsFoundWithItsOwnEntry) {
+  for (const Catalogue_entry &entry : catalogue()) {
+    EXPECT_EQ(find_catalogue_entry(entry.code), &entry);
+  }
+}
+
+TEST(CatalogueTest, CodesBesideTheRangeAreUnknown) {
+  for (const int code : {0, -1, 13914, 13930, 2147483647}) {
+    EXPECT_EQ(find_catalogue_entry(code), nullptr) << code;
+  }
+}
+
+TEST(CatalogueTest, SymbolsAreDistinctUpperCaseNames) {
+  std::set<std::string> symbols;
+  for (const Catalogue_entry &entry : catalogue()) {
+    const std::string symbol = entry.symbol;
+    EXPECT_EQ(symbol.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ_"), std::string::npos) << symbol;
+    EXPECT_TRUE(symbols.insert(symbol).second) << symbol;
+  }
+}
+
+TEST(CatalogueTest, EveryHintIsOneSentence) {
+  for (const Catalogue_entry &entry : catalogue()) {
+    const std::string hint = entry.hint;
+    ASSERT_FALSE(hint.empty());
+    EXPECT_EQ(hint.find(". "), std::string::npos) << hint;
+    EXPECT_EQ(hint.back(), '.') << hint;
+    EXPECT_EQ(hint.find('%'), std::string::npos) << hint;
+  }
+}
+
+}  // namespace
+}  // namespace dovrin_host

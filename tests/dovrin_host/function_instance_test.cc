@@ -1,0 +1,358 @@
+#include "dovrin_host/function_instance.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dovrin_host {
+namespace {
+
+// What the callbacks below have seen, and what they shall do.
+struct Calls {
+  int inits = 0;
+  int rows = 0;
+  int deinits = 0;
+  std::string arguments;             // of the last row, as describe() writes them
+  const char *first = nullptr;       // args[0] of the last row
+  unsigned char is_null_before = 7;  // the flags as the last row found them
+  unsigned char error_before = 7;
+  bool init_throws = false;
+  bool row_throws = false;
+  const char *refusal = nullptr;
+  unsigned char is_null = 0;  // what the row answers
+  unsigned char error = 0;
+};
+Calls calls;
+
+std::string describe(const UDF_ARGS &args, unsigned int i) {
+  const char *const value = args.args[i];
+  if (value == nullptr) {
+    return "null";
+  }
+  if (args.arg_type[i] == INT_RESULT) {
+    long long number = 0;
+    std::memcpy(&number, value, sizeof number);
+    return "integer " + std::to_string(number);
+  }
+  if (args.arg_type[i] == REAL_RESULT) {
+    double number = 0;
+    std::memcpy(&number, value, sizeof number);
+    return "real " + std::to_string(number);
+  }
+  const char *const kind = args.arg_type[i] == STRING_RESULT ? "string " : "decimal ";
+  const char *const end = value[args.lengths[i]] == '\0' ? "" : " without NUL";
+  return kind + std::string(value, args.lengths[i]) + end;
+}
+
+void note_row(const UDF_ARGS &args, unsigned char *is_null, unsigned char *error) {
+  ++calls.rows;
+  calls.is_null_before = *is_null;
+  calls.error_before = *error;
+  calls.first = args.arg_count > 0 ? args.args[0] : nullptr;
+  calls.arguments.clear();
+  for (unsigned int i = 0; i < args.arg_count; ++i) {
+    calls.arguments += (i > 0 ? ", " : "") + describe(args, i);
+  }
+  *is_null = calls.is_null;
+  *error = calls.error;
+  if (calls.row_throws) {
+    throw std::bad_alloc{};
+  }
+}
+
+bool init(UDF_INIT *instance, UDF_ARGS * /*args*/, char *message) {
+  ++calls.inits;
+  instance->ptr = nullptr;
+  instance->max_length = 1000;
+  if (calls.init_throws) {
+    throw std::bad_alloc{};
+  }
+  if (calls.refusal != nullptr) {
+    std::strcpy(message, calls.refusal);
+    return true;
+  }
+  return false;
+}
+
+bool unterminated_init(UDF_INIT * /*instance*/, UDF_ARGS * /*args*/, char *message) {
+  std::memset(message, 'x', DOVRIN_UDF_MESSAGE_SIZE);
+  return true;
+}
+
+void deinit(UDF_INIT * /*instance*/) { ++calls.deinits; }
+
+char *echo(UDF_INIT * /*instance*/, UDF_ARGS *args, char * /*result*/, unsigned long *length,
+           unsigned char *is_null, unsigned char *error) {
+  note_row(*args, is_null, error);
+  *length = args->lengths[0];
+  return args->args[0];
+}
+
+char *fill_result(UDF_INIT * /*instance*/, UDF_ARGS *args, char *result, unsigned long *length,
+                  unsigned char *is_null, unsigned char *error) {
+  note_row(*args, is_null, error);
+  std::memset(result, 'r', *length);
+  return result;
+}
+
+long long forty_two(UDF_INIT * /*instance*/, UDF_ARGS *args, unsigned char *is_null,
+                    unsigned char *error) {
+  note_row(*args, is_null, error);
+  return 42;
+}
+
+class FunctionInstanceTest : public testing::Test {
+ protected:
+  FunctionInstanceTest() {
+    calls = {};
+    add({"echo", STRING_RESULT, reinterpret_cast<Udf_func_any>(&echo), &init, &deinit});
+    add({"fill_result", STRING_RESULT, reinterpret_cast<Udf_func_any>(&fill_result), &init,
+         &deinit});
+    add({"forty_two", INT_RESULT, reinterpret_cast<Udf_func_any>(&forty_two), &init, &deinit});
+    add({"bare", INT_RESULT, reinterpret_cast<Udf_func_any>(&forty_two), nullptr, nullptr});
+    add({"unterminated", STRING_RESULT, reinterpret_cast<Udf_func_any>(&echo), &unterminated_init,
+         nullptr});
+  }
+
+  Result<std::unique_ptr<Function_instance>> open(const char *name,
+                                                  std::vector<Item_result> types) {
+    return Function_instance::open(registry_.use(name), types);
+  }
+
+  std::size_t open_instances(std::string_view name) const {
+    for (const Function_info &function : registry_.list()) {
+      if (function.name == name) {
+        return function.open_instances;
+      }
+    }
+    return 0;
+  }
+
+ private:
+  void add(Function_definition definition) {
+    EXPECT_TRUE(registry_.add(std::move(definition), nullptr));
+  }
+
+  Function_registry registry_;
+};
+
+using Arguments = std::vector<Argument>;
+
+bool all_zero(const char *bytes, std::size_t length) {
+  return std::all_of(bytes, bytes + length, [](char byte) { return byte == '\0'; });
+}
+
+TEST_F(FunctionInstanceTest, RunsInitOnceRowPerRowDeinitOnce) {
+  {
+    const auto instance = open("forty_two", {INT_RESULT});
+    ASSERT_TRUE(instance.ok()) << instance.message();
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(instance.value()->integer_row(Arguments{Argument::integer(i)}).value, 42);
+    }
+    EXPECT_EQ(calls.deinits, 0);
+    EXPECT_EQ(open_instances("forty_two"), 1U);
+  }
+  EXPECT_EQ(calls.inits, 1);
+  EXPECT_EQ(calls.rows, 3);
+  EXPECT_EQ(calls.deinits, 1);
+  EXPECT_EQ(open_instances("forty_two"), 0U);
+}
+
+TEST_F(FunctionInstanceTest, RefusalIsExactlyTheFunctionsTextAndDeinitRuns) {
+  calls.refusal = "Mismatch in number of arguments to the function. Expected 2 arguments";
+  const auto instance = open("echo", {STRING_RESULT});
+  ASSERT_FALSE(instance.ok());
+  EXPECT_EQ(instance.message(), calls.refusal);
+  EXPECT_EQ(calls.deinits, 1);
+  EXPECT_EQ(open_instances("echo"), 0U);
+}
+
+TEST_F(FunctionInstanceTest, RefusalThatFillsTheBufferIsCutBeforeItsEnd) {
+  const auto instance = open("unterminated", {STRING_RESULT});
+  ASSERT_FALSE(instance.ok());
+  EXPECT_EQ(instance.message(), std::string(DOVRIN_UDF_MESSAGE_SIZE - 1, 'x'));
+}
+
+TEST_F(FunctionInstanceTest, ExceptionOfInitPassesAfterDeinit) {
+  calls.init_throws = true;
+  EXPECT_THROW(static_cast<void>(open("echo", {STRING_RESULT})), std::bad_alloc);
+  EXPECT_EQ(calls.deinits, 1);
+  EXPECT_EQ(open_instances("echo"), 0U);
+}
+
+TEST_F(FunctionInstanceTest, UnknownFunctionIsAFailure) {
+  const auto instance = open("no_such_function", {});
+  ASSERT_FALSE(instance.ok());
+  EXPECT_EQ(instance.message(), "The function is not installed.");
+}
+
+TEST_F(FunctionInstanceTest, FunctionWithoutInitAndDeinitWorks) {
+  const auto instance = open("bare", {});
+  ASSERT_TRUE(instance.ok());
+  EXPECT_EQ(instance.value()->integer_row({}).value, 42);
+}
+
+TEST_F(FunctionInstanceTest, PropertiesAreWhatInitHasSet) {
+  const auto instance = open("echo", {STRING_RESULT});
+  ASSERT_TRUE(instance.ok());
+  EXPECT_TRUE(instance.value()->properties().maybe_null);
+  EXPECT_EQ(instance.value()->properties().max_length, 1000U);
+  EXPECT_FALSE(instance.value()->properties().const_item);
+  EXPECT_EQ(instance.value()->name(), "echo");
+  EXPECT_EQ(instance.value()->result_type(), STRING_RESULT);
+}
+
+TEST_F(FunctionInstanceTest, ArgumentsOfEveryKindArriveWithTerminators) {
+  const auto instance =
+      open("forty_two", {STRING_RESULT, STRING_RESULT, STRING_RESULT, DECIMAL_RESULT, INT_RESULT,
+                         REAL_RESULT, STRING_RESULT, INT_RESULT});
+  ASSERT_TRUE(instance.ok());
+  const std::string text = "abcdef";
+  const Arguments arguments{Argument::string(std::string_view{text}.substr(0, 3)),
+                            Argument::string({}),
+                            Argument::terminated_string(text),
+                            Argument::decimal("1.50"),
+                            Argument::integer(-9223372036854775807LL - 1),
+                            Argument::real(0.5),
+                            Argument::null(STRING_RESULT),
+                            Argument::null(INT_RESULT)};
+  EXPECT_FALSE(instance.value()->integer_row(arguments).error);
+  EXPECT_EQ(calls.arguments,
+            "string abc, string , string abcdef, decimal 1.50, integer -9223372036854775808, "
+            "real 0.500000, null, null");
+}
+
+TEST_F(FunctionInstanceTest, TerminatedStringIsNotCopied) {
+  const auto instance = open("forty_two", {STRING_RESULT});
+  ASSERT_TRUE(instance.ok());
+  const std::string text = "abc";
+  instance.value()->integer_row(Arguments{Argument::terminated_string(text)});
+  EXPECT_EQ(calls.first, text.data());
+}
+
+TEST_F(FunctionInstanceTest, EmptyStringIsNotNull) {
+  const auto instance = open("forty_two", {STRING_RESULT});
+  ASSERT_TRUE(instance.ok());
+  instance.value()->integer_row(Arguments{Argument::terminated_string({})});
+  EXPECT_EQ(calls.arguments, "string ");
+  instance.value()->integer_row(Arguments{Argument::string({})});
+  EXPECT_EQ(calls.arguments, "string ");
+}
+
+TEST_F(FunctionInstanceTest, CopiesAreWipedAfterEachRow) {
+  const auto instance = open("forty_two", {STRING_RESULT, STRING_RESULT});
+  ASSERT_TRUE(instance.ok());
+  instance.value()->integer_row(
+      Arguments{Argument::string("secret one"), Argument::string("secret two")});
+  EXPECT_EQ(calls.arguments, "string secret one, string secret two");
+  EXPECT_TRUE(all_zero(calls.first, 22));
+}
+
+TEST_F(FunctionInstanceTest, CopiesAreWipedWhenARowThrows) {
+  const auto instance = open("echo", {STRING_RESULT});
+  ASSERT_TRUE(instance.ok());
+  calls.row_throws = true;
+  EXPECT_THROW(instance.value()->string_row(Arguments{Argument::string("secret")}), std::bad_alloc);
+  EXPECT_TRUE(all_zero(calls.first, 7));
+
+  calls.row_throws = false;
+  EXPECT_EQ(instance.value()->string_row(Arguments{Argument::string("next")}).value, "next");
+}
+
+TEST_F(FunctionInstanceTest, ResultInsideTheCopiesLivesUntilTheNextRow) {
+  const auto instance = open("echo", {STRING_RESULT});
+  ASSERT_TRUE(instance.ok());
+  std::string text = "secret";
+  const auto row = instance.value()->string_row(Arguments{Argument::string(text)});
+  text.assign("gone");
+  EXPECT_EQ(row.value, "secret");
+  EXPECT_NE(calls.first, text.data());
+
+  const char *const copy = calls.first;
+  instance.value()->string_row(Arguments{Argument::null(STRING_RESULT)});
+  EXPECT_TRUE(all_zero(copy, 7));
+}
+
+TEST_F(FunctionInstanceTest, FunctionMayUseTheServersResultBuffer) {
+  const auto instance = open("fill_result", {});
+  ASSERT_TRUE(instance.ok());
+  EXPECT_EQ(instance.value()->string_row({}).value, std::string(255, 'r'));
+}
+
+TEST_F(FunctionInstanceTest, FlagsAreClearBeforeEachRow) {
+  const auto instance = open("forty_two", {});
+  ASSERT_TRUE(instance.ok());
+  calls.is_null = 1;
+  calls.error = 1;
+  instance.value()->integer_row({});
+  instance.value()->integer_row({});
+  EXPECT_EQ(calls.is_null_before, 0);
+  EXPECT_EQ(calls.error_before, 0);
+}
+
+TEST_F(FunctionInstanceTest, NullAndErrorFlagsReachTheCaller) {
+  const auto text = open("echo", {STRING_RESULT});
+  const auto number = open("forty_two", {});
+  ASSERT_TRUE(text.ok() && number.ok());
+  const Arguments arguments{Argument::string("a")};
+
+  calls.is_null = 1;
+  const auto null_text = text.value()->string_row(arguments);
+  const auto null_number = number.value()->integer_row({});
+  EXPECT_TRUE(null_text.is_null && !null_text.error && null_text.value.empty());
+  EXPECT_TRUE(null_number.is_null && !null_number.error && null_number.value == 0);
+
+  calls.is_null = 0;
+  calls.error = 1;
+  EXPECT_TRUE(text.value()->string_row(arguments).error);
+  EXPECT_TRUE(number.value()->integer_row({}).error);
+}
+
+TEST_F(FunctionInstanceTest, NullPointerResultIsNull) {
+  const auto instance = open("echo", {STRING_RESULT});
+  ASSERT_TRUE(instance.ok());
+  const auto row = instance.value()->string_row(Arguments{Argument::null(STRING_RESULT)});
+  EXPECT_TRUE(row.is_null);
+  EXPECT_FALSE(row.error);
+}
+
+TEST_F(FunctionInstanceTest, OtherTypesOrNumbersOfArgumentsAreNotPassedOn) {
+  const auto instance = open("forty_two", {INT_RESULT});
+  ASSERT_TRUE(instance.ok());
+  const std::vector<Arguments> others{
+      {}, {Argument::real(1)}, {Argument::integer(1), Argument::integer(1)}};
+  for (const Arguments &arguments : others) {
+    EXPECT_FALSE(instance.value()->accepts(arguments));
+    EXPECT_TRUE(instance.value()->integer_row(arguments).error);
+  }
+  EXPECT_TRUE(instance.value()->accepts(Arguments{Argument::null(INT_RESULT)}));
+  EXPECT_EQ(calls.rows, 0);
+}
+
+TEST_F(FunctionInstanceTest, RowOfTheOtherResultTypeIsAnErrorWithoutACall) {
+  const auto text = open("echo", {STRING_RESULT});
+  const auto number = open("forty_two", {});
+  ASSERT_TRUE(text.ok() && number.ok());
+  EXPECT_TRUE(text.value()->integer_row(Arguments{Argument::string("a")}).error);
+  EXPECT_TRUE(number.value()->string_row({}).error);
+  EXPECT_EQ(calls.rows, 0);
+}
+
+TEST_F(FunctionInstanceTest, LongerArgumentsInLaterRowsAreCopiedWhole) {
+  const auto instance = open("echo", {STRING_RESULT});
+  ASSERT_TRUE(instance.ok());
+  for (const std::size_t length : {1U, 1000U, 10U, 100000U}) {
+    const std::string text(length, 'a');
+    EXPECT_EQ(instance.value()->string_row(Arguments{Argument::string(text)}).value, text);
+  }
+}
+
+}  // namespace
+}  // namespace dovrin_host

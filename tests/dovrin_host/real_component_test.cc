@@ -1,0 +1,173 @@
+// The shipped component in this server.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dovrin_host/catalogue.h"
+#include "dovrin_host/server.h"
+#include "dovrin_host/service_registry.h"
+#include "printers.h"
+#include "records.h"
+
+namespace dovrin_host {
+
+namespace {
+
+constexpr const char *component_name = "dovrin::component_halvex_encryption";
+constexpr const char *key_size = "component_halvex_encryption.maximum_rsa_key_size";
+constexpr const char *legacy_padding = "component_halvex_encryption.rsa_support_legacy_padding";
+
+Server &server() { return Server::instance(); }
+
+class RealComponentTest : public testing::Test {
+ protected:
+  RealComponentTest() {
+    const Status installed = server().install(COMPONENT_FILE);
+    EXPECT_TRUE(installed.ok()) << installed.message();
+  }
+  ~RealComponentTest() override {
+    const Status uninstalled = server().uninstall(component_name);
+    EXPECT_TRUE(uninstalled.ok()) << uninstalled.message();
+    EXPECT_EQ(acquired_handles(), 0U);
+    EXPECT_EQ(dlopen(COMPONENT_FILE, RTLD_NOW | RTLD_NOLOAD), nullptr);
+  }
+
+  static std::unique_ptr<Function_instance> open(const char *name,
+                                                 const std::vector<Item_result> &types) {
+    auto instance = server().open_function(name, types);
+    EXPECT_TRUE(instance.ok()) << instance.message();
+    return instance.ok() ? std::move(instance).value() : nullptr;
+  }
+};
+
+TEST_F(RealComponentTest, SevenFunctionsAreThere) {
+  EXPECT_EQ(server().functions().list(),
+            (std::vector<Function_info>{{"asymmetric_decrypt", STRING_RESULT, 0},
+                                        {"asymmetric_encrypt", STRING_RESULT, 0},
+                                        {"asymmetric_sign", STRING_RESULT, 0},
+                                        {"asymmetric_verify", INT_RESULT, 0},
+                                        {"create_asymmetric_priv_key", STRING_RESULT, 0},
+                                        {"create_asymmetric_pub_key", STRING_RESULT, 0},
+                                        {"create_digest", STRING_RESULT, 0}}));
+}
+
+TEST_F(RealComponentTest, TwoVariablesAreThere) {
+  EXPECT_EQ(server().variables().list(),
+            (std::vector<Variable_info>{
+                {key_size, 4096LL, Variable_type::integer, 4096LL, 2048, 16384, 1024,
+                 "Maximum size of RSA key generation"},
+                {legacy_padding, false, Variable_type::boolean, false, 0, 0, 0,
+                 "Supports legacy padding in decryption and signature verification functions"}}));
+}
+
+TEST_F(RealComponentTest, KeySizeIsCheckedByItsLowBits) {
+  System_variables &variables = server().variables();
+  EXPECT_TRUE(variables.set(key_size, 8192LL).ok());
+  EXPECT_EQ(variables.get(key_size).value(), Variable_value{8192LL});
+  // 4096 and 2 to the 32nd power: the component looks at the low 32 bits only, which is meant.
+  EXPECT_TRUE(variables.set(key_size, 4294971392LL).ok());
+  EXPECT_EQ(variables.get(key_size).value(), Variable_value{4096LL});
+  for (const Setting &refused : std::vector<Setting>{1024LL, 2047LL, 3000LL, 16385LL, 17408LL, 0LL,
+                                                     -4096LL, std::string{"many"}}) {
+    EXPECT_EQ(variables.set(key_size, refused).message(),
+              "The system variable component_halvex_encryption.maximum_rsa_key_size cannot be set "
+              "to '" +
+                  text_form(refused) + "'. Allowed are multiples of 1024 from 2048 to 16384.");
+  }
+  EXPECT_EQ(variables.get(key_size).value(), Variable_value{4096LL});
+}
+
+TEST_F(RealComponentTest, LegacyPaddingIsASwitch) {
+  System_variables &variables = server().variables();
+  EXPECT_TRUE(variables.set(legacy_padding, std::string{"ON"}).ok());
+  EXPECT_EQ(variables.get(legacy_padding).value(), Variable_value{true});
+  EXPECT_FALSE(variables.set(legacy_padding, 2LL).ok());
+  EXPECT_EQ(variables.get(legacy_padding).value(), Variable_value{true});
+}
+
+TEST_F(RealComponentTest, DigestIsComputedFromArgumentsWithoutTerminator) {
+  const auto digest = open("create_digest", {STRING_RESULT, STRING_RESULT});
+  ASSERT_NE(digest, nullptr);
+  const std::string_view text = "sha256abc";
+  const std::vector arguments{Argument::string(text.substr(0, 6)),
+                              Argument::string(text.substr(6))};
+  const auto row = digest->string_row(arguments);
+  ASSERT_FALSE(row.is_null);
+  EXPECT_EQ(row.value,
+            std::string_view(
+                "\xba\x78\x16\xbf\x8f\x01\xcf\xea\x41\x41\x40\xde\x5d\xae\x22\x23\xb0\x03\x61\xa3"
+                "\x96\x17\x7a\x9c\xb4\x10\xff\x61\xf2\x00\x15\xad",
+                32));
+}
+
+TEST_F(RealComponentTest, RefusalHasTheComponentsText) {
+  const std::vector types{STRING_RESULT};
+  EXPECT_EQ(server().open_function("create_asymmetric_priv_key", types).message(),
+            "Mismatch in number of arguments to the function. Expected 2 arguments");
+}
+
+TEST_F(RealComponentTest, NullArgumentIsExplainedInTheErrorLog) {
+  const Listener listener;
+  const auto create = open("create_asymmetric_priv_key", {STRING_RESULT, INT_RESULT});
+  ASSERT_NE(create, nullptr);
+  const std::vector arguments{Argument::string("RSA"), Argument::null(INT_RESULT)};
+  const auto row = create->string_row(arguments);
+  EXPECT_TRUE(row.is_null);
+  EXPECT_FALSE(row.error);
+
+  Log_record expected;
+  expected.priority = 2;
+  expected.code = 13919;
+  expected.symbol = "HALVEX_NULL_ARGUMENT";
+  expected.component = "component:component_halvex_encryption";
+  expected.function = "generate_private_key";
+  expected.source_file = "functions";
+  expected.source_line = 192;
+  expected.message =
+      "Component component_halvex_encryption reported: 'The function create_asymmetric_priv_key "
+      "was given a NULL argument. Expected: Non-null value for algorithm and a positive integer "
+      "value for key size.'";
+  expected.hint = find_catalogue_entry(13919)->hint;
+  EXPECT_EQ(listener.records(), std::vector{expected});
+}
+
+TEST_F(RealComponentTest, MessageNamesTheLimitInForce) {
+  const Listener listener;
+  EXPECT_TRUE(server().variables().set(key_size, 2048LL).ok());
+  const auto create = open("create_asymmetric_priv_key", {STRING_RESULT, INT_RESULT});
+  ASSERT_NE(create, nullptr);
+  const std::vector arguments{Argument::string("rsa"), Argument::integer(3072)};
+  EXPECT_TRUE(create->string_row(arguments).is_null);
+  ASSERT_EQ(listener.records().size(), 1U);
+  EXPECT_EQ(listener.records()[0].code, 13921);
+  EXPECT_EQ(listener.records()[0].message,
+            "Component component_halvex_encryption reported: 'The key length 3072 is not valid for "
+            "the function create_asymmetric_priv_key with the algorithm RSA. It must be between "
+            "2048 and 2048 bits.'");
+}
+
+TEST_F(RealComponentTest, OpenInstanceKeepsItInstalled) {
+  const auto digest = open("create_digest", {STRING_RESULT, STRING_RESULT});
+  EXPECT_EQ(server().uninstall(component_name).message(),
+            "The component 'dovrin::component_halvex_encryption' cannot be uninstalled: 1 open "
+            "function instance uses it.");
+  EXPECT_EQ(server().functions().list().size(), 7U);
+}
+
+TEST_F(RealComponentTest, CanBeReinstalledAHundredTimes) {
+  const Listener listener;
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_TRUE(server().uninstall(component_name).ok()) << i;
+    ASSERT_TRUE(server().install(COMPONENT_FILE).ok()) << i;
+  }
+  EXPECT_EQ(server().functions().list().size(), 7U);
+  EXPECT_TRUE(listener.records().empty());
+}
+
+}  // namespace
+}  // namespace dovrin_host

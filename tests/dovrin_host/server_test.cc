@@ -1,0 +1,332 @@
+#include "dovrin_host/server.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <openssl/ui.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "dovrin/component.h"
+#include "dovrin_host/log_services.h"
+#include "dovrin_host/service_registry.h"
+
+namespace dovrin_host {
+namespace {
+
+// The file of a test component.
+std::string file_of(const char *component) {
+  return std::string{TEST_COMPONENTS_FOLDER} + "/" + component + ".so";
+}
+
+bool is_in_memory(const std::string &path) {
+  void *const object = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  if (object != nullptr) {
+    dlclose(object);
+  }
+  return object != nullptr;
+}
+
+Server &server() { return Server::instance(); }
+
+// Each test finds and leaves a server without components.
+class ServerTest : public testing::Test {
+ protected:
+  ServerTest() { expect_nothing_installed(); }
+  ~ServerTest() override { expect_nothing_installed(); }
+
+  static void expect_nothing_installed() {
+    EXPECT_TRUE(server().components().empty());
+    EXPECT_TRUE(server().functions().list().empty());
+    EXPECT_TRUE(server().variables().list().empty());
+    EXPECT_EQ(acquired_handles(), 0U);
+  }
+
+  static void expect_install_fails(const std::string &path, const std::string &message) {
+    EXPECT_EQ(server().install(path).message(), message);
+    expect_nothing_installed();
+    EXPECT_FALSE(is_in_memory(path)) << path;
+  }
+
+  static void install(const char *component) {
+    const Status installed = server().install(file_of(component));
+    ASSERT_TRUE(installed.ok()) << installed.message();
+  }
+
+  static void uninstall(const char *name) {
+    const Status uninstalled = server().uninstall(name);
+    EXPECT_TRUE(uninstalled.ok()) << uninstalled.message();
+  }
+
+  static std::unique_ptr<Function_instance> open_value() {
+    auto instance = server().open_function("value", {});
+    EXPECT_TRUE(instance.ok()) << instance.message();
+    return instance.ok() ? std::move(instance).value() : nullptr;
+  }
+};
+
+constexpr const char *well_behaved = "dovrin::well_behaved";
+
+TEST_F(ServerTest, InstalledComponentCanBeSeenAndUsed) {
+  install("well_behaved");
+
+  const std::vector<Component_info> components = server().components();
+  ASSERT_EQ(components.size(), 1U);
+  EXPECT_EQ(components[0].name, well_behaved);
+  EXPECT_EQ(components[0].path, std::filesystem::canonical(file_of("well_behaved")));
+  EXPECT_EQ(components[0].metadata,
+            (std::vector<std::pair<std::string, std::string>>{{"dovrin.author", "the tests"},
+                                                              {"dovrin.license", "none"}}));
+  EXPECT_EQ(components[0].leases, 0U);
+  EXPECT_EQ(components[0].open_instances, 0U);
+  EXPECT_TRUE(components[0].installed_for_good);
+
+  EXPECT_EQ(open_value()->integer_row({}).value, 1);
+  EXPECT_TRUE(server().variables().set("well_behaved.size", 8192LL).ok());
+  EXPECT_EQ(server().variables().get("well_behaved.size").value(), Variable_value{8192LL});
+  EXPECT_EQ(acquired_handles(), 3U);
+
+  uninstall(well_behaved);
+  EXPECT_FALSE(is_in_memory(file_of("well_behaved")));
+}
+
+TEST_F(ServerTest, ReinstalledComponentStartsAnew) {
+  install("well_behaved");
+  EXPECT_TRUE(server().variables().set("well_behaved.size", 8192LL).ok());
+  uninstall(well_behaved);
+  for (int i = 0; i < 20; ++i) {
+    install("well_behaved");
+    EXPECT_EQ(server().variables().get("well_behaved.size").value(), Variable_value{4096LL});
+    EXPECT_EQ(open_value()->integer_row({}).value, 1);
+    uninstall(well_behaved);
+  }
+}
+
+TEST_F(ServerTest, MissingFileIsNamed) {
+  expect_install_fails("/nonexistent/component.so",
+                       "There is no component file '/nonexistent/component.so'.");
+}
+
+TEST_F(ServerTest, DamagedFileIsNamed) {
+  const std::string path = file_of("damaged");
+  std::ofstream{path} << "not an object";
+  const Status status = server().install(path);
+  EXPECT_EQ(status.message().rfind("The component file '" + path + "' cannot be loaded: ", 0), 0U)
+      << status.message();
+  std::filesystem::remove(path);
+}
+
+TEST_F(ServerTest, FileThatIsCutOffAnywhereIsNamed) {
+  const std::string whole = file_of("well_behaved");
+  const std::string path = file_of("cut_off");
+  const auto size = std::filesystem::file_size(whole);
+  for (const auto length : {size - 1, size / 2, size / 4, std::uintmax_t{64}}) {
+    std::filesystem::copy_file(whole, path, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::resize_file(path, length);
+    expect_install_fails(path,
+                         "The component file '" + path + "' cannot be loaded: it is cut off.");
+  }
+  std::filesystem::remove(path);
+}
+
+TEST_F(ServerTest, ObjectWithoutEntryIsNamed) {
+  const std::string path = file_of("no_entry");
+  expect_install_fails(
+      path, "The file '" + path + "' is no component: it has no symbol 'list_components'.");
+}
+
+TEST_F(ServerTest, IncompleteDescriptorIsRefused) {
+  const std::string path = file_of("incomplete_descriptor");
+  expect_install_fails(
+      path,
+      "The file '" + path + "' is no component: its descriptor lacks a name, an init or a deinit.");
+}
+
+TEST_F(ServerTest, UnknownServiceIsNamedAndInitDoesNotRun) {
+  expect_install_fails(file_of("unknown_service"),
+                       "The component 'dovrin::unknown_service' requires the service "
+                       "'no_such_service', which this server does not have.");
+}
+
+TEST_F(ServerTest, RefusingInitLeavesNothingBehind) {
+  for (int i = 0; i < 3; ++i) {
+    expect_install_fails(file_of("refusing_init"),
+                         "The component 'dovrin::refusing_init' refused to start: its init failed. "
+                         "The error log says why.");
+  }
+}
+
+TEST_F(ServerTest, ThrowingInitLeavesNothingBehind) {
+  expect_install_fails(file_of("throwing_init"),
+                       "The component 'dovrin::refusing_init' failed with an exception: no room.");
+}
+
+TEST_F(ServerTest, InstallingTwiceIsAnError) {
+  install("well_behaved");
+  EXPECT_EQ(server().install(file_of("well_behaved")).message(),
+            "The component 'dovrin::well_behaved' is already installed.");
+  uninstall(well_behaved);
+}
+
+TEST_F(ServerTest, SameNameFromAnotherFileIsAnError) {
+  install("well_behaved");
+  const std::string first = std::filesystem::canonical(file_of("well_behaved"));
+  const std::string second = std::filesystem::canonical(file_of("same_name"));
+  EXPECT_EQ(server().install(second).message(), "The component 'dovrin::well_behaved' of '" +
+                                                    second + "' is already installed from '" +
+                                                    first + "'.");
+  EXPECT_EQ(server().acquire(second).message(), "The component 'dovrin::well_behaved' of '" +
+                                                    second + "' is already installed from '" +
+                                                    first + "'.");
+  EXPECT_FALSE(is_in_memory(second));
+  EXPECT_EQ(open_value()->integer_row({}).value, 1);
+  uninstall(well_behaved);
+}
+
+TEST_F(ServerTest, OneFileUnderTwoPathsIsOneComponent) {
+  const std::string link = file_of("hard_link");
+  std::filesystem::remove(link);
+  std::filesystem::create_hard_link(file_of("well_behaved"), link);
+  auto first = server().acquire(file_of("well_behaved"));
+  auto second = server().acquire(link);
+  EXPECT_TRUE(second.ok()) << second.message();
+  EXPECT_EQ(server().components()[0].leases, 2U);
+  std::filesystem::remove(link);
+}
+
+TEST_F(ServerTest, ComponentWhoseFunctionNameIsTakenIsRefused) {
+  install("well_behaved");
+  EXPECT_EQ(server().install(file_of("other_name")).message(),
+            "The component 'dovrin::other_name' refused to start: its init failed. The error log "
+            "says why.");
+  EXPECT_EQ(open_value()->integer_row({}).value, 1);
+  EXPECT_EQ(server().variables().list().size(), 2U);
+  uninstall(well_behaved);
+}
+
+TEST_F(ServerTest, UninstallingWhatIsNotInstalledIsAnError) {
+  EXPECT_EQ(server().uninstall("dovrin::none").message(),
+            "The component 'dovrin::none' is not installed.");
+}
+
+TEST_F(ServerTest, OpenInstancesKeepTheComponentInstalledAndUsable) {
+  install("well_behaved");
+  auto first = open_value();
+  auto second = open_value();
+  EXPECT_EQ(server().components()[0].open_instances, 2U);
+  EXPECT_EQ(server().uninstall(well_behaved).message(),
+            "The component 'dovrin::well_behaved' cannot be uninstalled: 2 open function instances "
+            "use it.");
+  second.reset();
+  EXPECT_EQ(server().uninstall(well_behaved).message(),
+            "The component 'dovrin::well_behaved' cannot be uninstalled: 1 open function instance "
+            "uses it.");
+  EXPECT_EQ(first->integer_row({}).value, 1);
+  EXPECT_EQ(open_value()->integer_row({}).value, 1);
+  EXPECT_TRUE(server().variables().get("well_behaved.switch").ok());
+  first.reset();
+  uninstall(well_behaved);
+}
+
+TEST_F(ServerTest, FunctionsOfNoComponentAreNamed) {
+  EXPECT_EQ(server().open_function("value", {}).message(),
+            "The function 'value' is not installed.");
+}
+
+TEST_F(ServerTest, LastLeaseUninstalls) {
+  auto first = server().acquire(file_of("well_behaved"));
+  ASSERT_TRUE(first.ok()) << first.message();
+  EXPECT_EQ(first.value().name(), well_behaved);
+  {
+    const auto second = server().acquire(file_of("well_behaved"));
+    EXPECT_EQ(server().components()[0].leases, 2U);
+  }
+  EXPECT_EQ(server().components()[0].leases, 1U);
+  EXPECT_FALSE(server().components()[0].installed_for_good);
+  first.value().release();
+  EXPECT_FALSE(first.value());
+  first.value().release();
+  EXPECT_FALSE(is_in_memory(file_of("well_behaved")));
+}
+
+TEST_F(ServerTest, MovedLeaseCountsOnce) {
+  auto first = server().acquire(file_of("well_behaved"));
+  Component_lease second = std::move(first).value();
+  Component_lease third;
+  third = std::move(second);
+  EXPECT_EQ(server().components()[0].leases, 1U);
+  EXPECT_TRUE(third);
+}
+
+TEST_F(ServerTest, LeasedComponentIsNotUninstalled) {
+  install("well_behaved");
+  auto lease = server().acquire(file_of("well_behaved"));
+  EXPECT_EQ(server().uninstall(well_behaved).message(),
+            "The component 'dovrin::well_behaved' cannot be uninstalled: 1 lease uses it.");
+  lease.value().release();
+  EXPECT_EQ(server().components().size(), 1U);
+  uninstall(well_behaved);
+}
+
+TEST_F(ServerTest, LastLeaseLeavesAComponentInUseInstalled) {
+  auto lease = server().acquire(file_of("well_behaved"));
+  auto instance = open_value();
+  lease.value().release();
+  EXPECT_EQ(server().components().size(), 1U);
+  EXPECT_EQ(instance->integer_row({}).value, 1);
+  instance.reset();
+  lease = server().acquire(file_of("well_behaved"));
+  ASSERT_TRUE(lease.ok());
+  lease.value().release();
+  EXPECT_TRUE(server().components().empty());
+}
+
+TEST_F(ServerTest, ComponentThatRefusesToStopStaysUsable) {
+  install("stubborn");
+  EXPECT_EQ(server().uninstall("dovrin::stubborn").message(),
+            "The component 'dovrin::stubborn' refused to stop: its deinit failed. The error log "
+            "says why.");
+  EXPECT_EQ(server().components().size(), 1U);
+  EXPECT_TRUE(server().open_function("stubborn", {}).ok());
+  uninstall("dovrin::stubborn");
+}
+
+TEST_F(ServerTest, DestructorsAtUnloadStillReachTheServer) {
+  install("withdraws_at_unload");
+  testing::internal::CaptureStderr();
+  uninstall("dovrin::withdraws_at_unload");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "late withdrawal: function 0 known 1 variable 0\n");
+  EXPECT_FALSE(is_in_memory(file_of("withdraws_at_unload")));
+}
+
+TEST_F(ServerTest, ComponentOfAnotherServerIsRefused) {
+  void *const object = dlopen(file_of("well_behaved").c_str(), RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(object, nullptr);
+  const auto list = reinterpret_cast<Dovrin_list_components>(dlsym(object, "list_components"));
+  void *&slot = *list()->required_services[0].slot;
+  int table_of_another_server = 0;
+  slot = &table_of_another_server;
+
+  EXPECT_EQ(server().install(file_of("well_behaved")).message(),
+            "The component 'dovrin::well_behaved' is in use by another server in this process.");
+  EXPECT_EQ(slot, &table_of_another_server);
+
+  slot = nullptr;
+  install("well_behaved");
+  uninstall(well_behaved);
+  install("well_behaved");
+  uninstall(well_behaved);
+  dlclose(object);
+}
+
+TEST_F(ServerTest, SetsTheUserInterfaceOfLibcryptoToNone) {
+  server();
+  EXPECT_EQ(UI_get_default_method(), UI_null());
+}
+
+}  // namespace
+}  // namespace dovrin_host

@@ -1,0 +1,50 @@
+#include "dovrin_host/service_registry.h"
+
+#include <gtest/gtest.h>
+
+#include "dovrin_host/log_services.h"
+#include "dovrin_host/registration_services.h"
+
+namespace dovrin_host {
+namespace {
+
+const void *acquired(const char *name) {
+  void *handle = nullptr;
+  EXPECT_EQ(registry_table.acquire(name, &handle), 0) << name;
+  EXPECT_EQ(registry_table.release(handle), 0) << name;
+  return handle;
+}
+
+TEST(ServiceRegistryTest, EveryServiceLeadsToItsTable) {
+  EXPECT_EQ(acquired("registry"), &registry_table);
+  EXPECT_EQ(acquired("component_sys_variable_register"), &sys_variable_register_table);
+  EXPECT_EQ(acquired("component_sys_variable_unregister"), &sys_variable_unregister_table);
+  EXPECT_EQ(acquired("log_builtins"), &log_builtins_table);
+  EXPECT_EQ(acquired("log_builtins_string"), &log_builtins_string_table);
+  EXPECT_EQ(acquired("udf_registration"), &udf_registration_table);
+}
+
+TEST(ServiceRegistryTest, CountsWhatIsNotReleasedYet) {
+  const std::size_t before = acquired_handles();
+  void *handle = nullptr;
+  EXPECT_EQ(registry_table.acquire("registry", &handle), 0);
+  void *related = nullptr;
+  EXPECT_EQ(registry_table.acquire_related("udf_registration", handle, &related), 0);
+  EXPECT_EQ(acquired_handles(), before + 2);
+  EXPECT_EQ(registry_table.release(handle), 0);
+  EXPECT_EQ(registry_table.release(related), 0);
+  EXPECT_EQ(acquired_handles(), before);
+}
+
+TEST(ServiceRegistryTest, RefusesWhatItDoesNotHave) {
+  void *handle = nullptr;
+  EXPECT_NE(registry_table.acquire("no_such_service", &handle), 0);
+  EXPECT_NE(registry_table.acquire(nullptr, &handle), 0);
+  EXPECT_NE(registry_table.acquire("registry", nullptr), 0);
+  EXPECT_EQ(handle, nullptr);
+  EXPECT_NE(registry_table.release(nullptr), 0);
+  EXPECT_NE(registry_table.release(&handle), 0);
+}
+
+}  // namespace
+}  // namespace dovrin_host
