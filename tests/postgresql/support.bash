@@ -9,8 +9,8 @@ source_folder=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/../.." && pwd -P)
 build=$1
 fixtures=$source_folder/tests/fixtures
 
-# shellcheck source=hosts/postgresql/clusters.bash
-source "$source_folder/hosts/postgresql/clusters.bash"
+# shellcheck source=hosts/postgresql/clusters/clusters.bash
+source "$source_folder/hosts/postgresql/clusters/clusters.bash"
 
 fail() {
   local log

@@ -45,7 +45,7 @@ SELECT shard, count(*) FROM payloads WHERE digest = create_digest(digest_type, c
   GROUP BY shard ORDER BY shard;
 
 -- Whoever decides so has verification and decryption sent as well.
-\ir :source_folder/hosts/postgresql/ship_more.sql
+\ir :source_folder/hosts/postgresql/clusters/ship_more.sql
 :explain SELECT id FROM payloads_1 WHERE asymmetric_verify('RSA', content, signature, 'key', digest_type) = 1;
 :explain SELECT id FROM payloads_1 WHERE asymmetric_decrypt('RSA', signature, content) IS NOT NULL;
 :explain SELECT shard, count(*) FROM payloads
