@@ -5,13 +5,7 @@
 //   .load halvex_sqlite halvex_sqlite_every_connection_init
 //     also in every connection that the process opens from now on.
 
-#include <dlfcn.h>
-#include <link.h>
-
-#include <memory>
 #include <mutex>
-#include <string>
-#include <vector>
 
 #include "sqlite/process_host.h"
 #include "sqlite/server_tables.h"
@@ -30,49 +24,6 @@ __attribute__((visibility("default"))) Entry_point halvex_sqlite_every_connectio
 
 namespace {
 
-using dovrin_host::Status;
-
-// What every copy of this extension exports.
-constexpr const char *entry_name = "sqlite3_halvexsqlite_init";
-
-struct Close_handle {
-  void operator()(void *handle) const { dlclose(handle); }
-};
-using Object_handle = std::unique_ptr<void, Close_handle>;
-
-std::vector<std::string> loaded_objects() {
-  std::vector<std::string> names;
-  dl_iterate_phdr(
-      [](dl_phdr_info *object, std::size_t /*size*/, void *out) {
-        static_cast<std::vector<std::string> *>(out)->emplace_back(object->dlpi_name);
-        return 0;
-      },
-      &names);
-  return names;
-}
-
-// Where the object that holds the address begins; null if no object holds it.
-const void *object_of(const void *address) {
-  Dl_info object{};
-  return dladdr(address, &object) != 0 ? object.dli_fbase : nullptr;
-}
-
-// Another copy has a server, a component and settings of its own: which of them a connection talks
-// to would depend on the order of loading. Throws std::bad_alloc only.
-Status check_only_copy() {
-  const void *const own_object = object_of(reinterpret_cast<const void *>(&object_of));
-  for (const std::string &name : loaded_objects()) {
-    const Object_handle object{name.empty() ? nullptr
-                                            : dlopen(name.c_str(), RTLD_LAZY | RTLD_NOLOAD)};
-    const void *const entry = object ? dlsym(object.get(), entry_name) : nullptr;
-    if (entry != nullptr && object_of(entry) != own_object) {
-      return Status::failure("Another copy of this extension is loaded already, from '" + name +
-                             "'. One process can use one copy only.");
-    }
-  }
-  return {};
-}
-
 // The table of routines is one for the whole process; a program may hold a second SQLite library.
 bool take_api(const sqlite3_api_routines *api) {
   static std::once_flag once;
@@ -81,24 +32,31 @@ bool take_api(const sqlite3_api_routines *api) {
 }
 
 int install(sqlite3 *database, char **out_error) {
-  const auto fail = [&](const std::string &text) {
-    *out_error = halvex_sqlite::sqlite_text(text);
+  const auto fail = [&](const char *text) {
+    *out_error = sqlite3_mprintf("%s", text);
     return SQLITE_ERROR;
   };
   const auto action = [&] {
-    const Status only_copy = check_only_copy();
-    if (!only_copy.ok()) {
-      return fail(only_copy.message());
+    // SQLite replaces no function of a connection in which a statement runs, which the caller of
+    // load_extension() is.
+    if (halvex_sqlite::has_server_tables(database)) {
+      return SQLITE_OK;
     }
     const auto records = halvex_sqlite::start_process_host();
     if (!records.ok()) {
-      return fail(records.message());
+      return fail(records.message().c_str());
     }
     const int functions = halvex_sqlite::create_sql_functions(database);
     return functions != SQLITE_OK ? functions
                                   : halvex_sqlite::create_server_tables(database, records.value());
   };
-  return halvex_sqlite::without_exceptions(action, fail);
+  const int installed = halvex_sqlite::without_exceptions(action, fail);
+  if (installed != SQLITE_OK && *out_error == nullptr) {
+    // The connection's own text is the more exact one, if it is about this failure.
+    fail(sqlite3_errcode(database) == installed ? sqlite3_errmsg(database)
+                                                : sqlite3_errstr(installed));
+  }
+  return installed;
 }
 
 // For sqlite3_auto_extension, which wants plain success.

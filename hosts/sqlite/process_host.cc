@@ -1,13 +1,14 @@
 #include "sqlite/process_host.h"
 
 #include <dlfcn.h>
+#include <link.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
 #include <string>
-#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -28,22 +29,74 @@ using dovrin_host::Status;
 
 constexpr std::size_t remembered_records = 1000;
 
-// Empty if it is not set.
+// What every copy of this extension exports.
+constexpr const char *entry_name = "sqlite3_halvexsqlite_init";
+
+struct Close_handle {
+  void operator()(void *handle) const { dlclose(handle); }
+};
+using Object_handle = std::unique_ptr<void, Close_handle>;
+
+std::vector<std::string> loaded_objects() {
+  std::vector<std::string> names;
+  dl_iterate_phdr(
+      [](dl_phdr_info *object, std::size_t /*size*/, void *out) {
+        static_cast<std::vector<std::string> *>(out)->emplace_back(object->dlpi_name);
+        return 0;
+      },
+      &names);
+  return names;
+}
+
+// The object that holds the address; all null if no object does.
+Dl_info object_of(const void *address) {
+  Dl_info object{};
+  return dladdr(address, &object) != 0 ? object : Dl_info{};
+}
+
+Dl_info own_object() { return object_of(reinterpret_cast<const void *>(&start_process_host)); }
+
+// Fails if the process has loaded another copy of this extension, which has a server, a component
+// and settings of its own: which of them a connection talks to would depend on the order of
+// loading. Throws std::bad_alloc only.
+Status check_only_copy() {
+  for (const std::string &name : loaded_objects()) {
+    const Object_handle object{name.empty() ? nullptr
+                                            : dlopen(name.c_str(), RTLD_LAZY | RTLD_NOLOAD)};
+    const void *const entry = object ? dlsym(object.get(), entry_name) : nullptr;
+    if (entry != nullptr && object_of(entry).dli_fbase != own_object().dli_fbase) {
+      return Status::failure("Another copy of this extension is loaded already, from '" + name +
+                             "'. One process can use one copy only.");
+    }
+  }
+  return {};
+}
+
+// Empty if it is not set, and in a program with more rights than its caller: the caller must
+// choose neither code that runs nor files that are written with these rights.
 std::string environment(const char *name) {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment
-  const char *const value = std::getenv(name);
+  const char *const value = secure_getenv(name);
   return value != nullptr ? value : "";
 }
 
+// The folder of this extension's own file, symbolic links resolved. Resolved at the first call: a
+// path that was relative when the extension was loaded depends on the current folder.
+const std::filesystem::path &extension_folder() {
+  static const std::filesystem::path folder = [] {
+    const char *const name = own_object().dli_fname;
+    const std::filesystem::path file = name != nullptr ? name : "";
+    std::error_code error;
+    const std::filesystem::path resolved = std::filesystem::canonical(file, error);
+    return (error ? file : resolved).parent_path();
+  }();
+  return folder;
+}
+
 std::string component_path() {
-  std::string named = environment("HALVEX_COMPONENT");
-  if (!named.empty()) {
-    return named;
-  }
-  Dl_info self{};
-  dladdr(reinterpret_cast<const void *>(&start_process_host), &self);
-  const std::filesystem::path extension = self.dli_fname != nullptr ? self.dli_fname : "";
-  return extension.parent_path() / "component_halvex_encryption.so";
+  const std::filesystem::path beside = extension_folder() / "component_halvex_encryption.so";
+  const std::string named = environment("HALVEX_COMPONENT");
+  return named.empty() ? beside.string() : named;
 }
 
 bool shows_records_on_stderr() {
@@ -87,7 +140,12 @@ struct Process_host {
   std::shared_ptr<Ring_sink> records;
 };
 
-Result<Process_host> start(const std::string &path) {
+Result<Process_host> start() {
+  const Status only_copy = check_only_copy();
+  if (!only_copy.ok()) {
+    return only_copy;
+  }
+  const std::string path = component_path();
   Server &server = Server::instance();
   Attached_sinks sinks{server.error_log()};
 
@@ -121,16 +179,13 @@ Result<std::shared_ptr<const Ring_sink>> start_process_host() {
   static const Process_host *host = nullptr;
 
   const std::lock_guard lock{mutex};
-  const std::string path = component_path();
-  if (host != nullptr) {
-    const auto same = Server::instance().acquire(path);
-    return same.ok() ? Result<std::shared_ptr<const Ring_sink>>{host->records} : same.status();
+  if (host == nullptr) {
+    auto started = start();
+    if (!started.ok()) {
+      return started.status();
+    }
+    host = new Process_host{std::move(started).value()};
   }
-  auto started = start(path);
-  if (!started.ok()) {
-    return started.status();
-  }
-  host = new Process_host{std::move(started).value()};
   return std::shared_ptr<const Ring_sink>{host->records};
 }
 

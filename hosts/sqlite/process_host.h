@@ -11,10 +11,12 @@
 
 namespace halvex_sqlite {
 
-// Installs the component beside this extension, or the one that HALVEX_COMPONENT names, and opens
-// the log's sinks. It stays installed until the process ends, so that settings outlive connections
-// and no close can take a function away from another connection. Called again it only checks that
-// the same component is meant. Any thread; throws std::bad_alloc only.
+// Installs the component beside this extension, or the one that HALVEX_COMPONENT names, opens the
+// log's sinks, and returns the sink of the records in memory. It stays installed until the process
+// ends, so that settings outlive connections and no close can take a function away from another
+// connection. After the first success it only returns the same sink: the environment and the file
+// system can have changed since. Fails with a sentence for the user. Any thread; throws
+// std::bad_alloc only.
 dovrin_host::Result<std::shared_ptr<const dovrin_host::Ring_sink>> start_process_host();
 
 }  // namespace halvex_sqlite

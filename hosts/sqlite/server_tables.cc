@@ -1,5 +1,7 @@
 #include "sqlite/server_tables.h"
 
+#include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -82,10 +84,44 @@ class Variables_table : public System_table {
   }
 };
 
+// The connections with both tables. SQLite offers no query for this that leaves the database file
+// alone.
+struct Served_connections {
+  std::mutex mutex;  // guards the set
+  std::set<const sqlite3 *> set;
+
+  // Never destroyed: connections may still be open when the process ends.
+  static Served_connections &instance() {
+    static auto *const connections = new Served_connections;
+    return *connections;
+  }
+};
+
+// Enters the connection for its lifetime.
+class Served_connection {
+ public:
+  explicit Served_connection(const sqlite3 *database) : database_{database} {
+    Served_connections &connections = Served_connections::instance();
+    const std::lock_guard lock{connections.mutex};
+    connections.set.insert(database_);
+  }
+  Served_connection(const Served_connection &) = delete;
+  Served_connection &operator=(const Served_connection &) = delete;
+  ~Served_connection() {
+    Served_connections &connections = Served_connections::instance();
+    const std::lock_guard lock{connections.mutex};
+    connections.set.erase(database_);
+  }
+
+ private:
+  const sqlite3 *database_;
+};
+
+// Created last of all in a connection and destroyed with it.
 class Error_log_table : public System_table {
  public:
-  explicit Error_log_table(std::shared_ptr<const dovrin_host::Ring_sink> records)
-      : records_{std::move(records)} {}
+  Error_log_table(const sqlite3 *database, std::shared_ptr<const dovrin_host::Ring_sink> records)
+      : connection_{database}, records_{std::move(records)} {}
 
   std::string name() const override { return "dovrin_error_log"; }
 
@@ -109,6 +145,7 @@ class Error_log_table : public System_table {
   }
 
  private:
+  Served_connection connection_;
   std::shared_ptr<const dovrin_host::Ring_sink> records_;
 };
 
@@ -116,9 +153,15 @@ class Error_log_table : public System_table {
 
 int create_server_tables(sqlite3 *database, std::shared_ptr<const dovrin_host::Ring_sink> records) {
   const int created = create_system_table(database, std::make_unique<Variables_table>());
-  return created != SQLITE_OK
-             ? created
-             : create_system_table(database, std::make_unique<Error_log_table>(std::move(records)));
+  return created != SQLITE_OK ? created
+                              : create_system_table(database, std::make_unique<Error_log_table>(
+                                                                  database, std::move(records)));
+}
+
+bool has_server_tables(const sqlite3 *database) {
+  Served_connections &connections = Served_connections::instance();
+  const std::lock_guard lock{connections.mutex};
+  return connections.set.contains(database);
 }
 
 }  // namespace halvex_sqlite

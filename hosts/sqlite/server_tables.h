@@ -18,8 +18,12 @@
 
 namespace halvex_sqlite {
 
-// Gives the connection both tables. Returns an SQLite result code.
+// Gives the connection both tables. Returns an SQLite result code. Throws std::bad_alloc only.
 int create_server_tables(sqlite3 *database, std::shared_ptr<const dovrin_host::Ring_sink> records);
+
+// True between a successful create_server_tables for this connection and its end. Any thread;
+// throws std::bad_alloc only.
+bool has_server_tables(const sqlite3 *database);
 
 }  // namespace halvex_sqlite
 

@@ -47,9 +47,10 @@ int connect(sqlite3 *database, void *definition, int /*argc*/, const char *const
     if (declared != SQLITE_OK) {
       return declared;
     }
+    // Settings and records are the server's, not the database's: views and triggers of a database
+    // file from a stranger must neither change the ones nor copy the others.
+    sqlite3_vtab_config(database, SQLITE_VTAB_DIRECTONLY);
     if (table.writable_column() >= 0) {
-      // A setting is the server's, not the database's: a schema from a stranger must not change it.
-      sqlite3_vtab_config(database, SQLITE_VTAB_DIRECTONLY);
       sqlite3_vtab_config(database, SQLITE_VTAB_CONSTRAINT_SUPPORT, 1);
     }
     *out_table = new Open_table{table};

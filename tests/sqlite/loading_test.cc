@@ -5,7 +5,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/auxv.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -20,6 +22,7 @@
 
 #include "sqlite/database.h"
 #include "support/loaded_component.h"
+#include "support/temporary_folder.h"
 
 namespace halvex_test {
 namespace {
@@ -28,23 +31,6 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-// A folder that goes with the test.
-class Temporary_folder {
- public:
-  Temporary_folder() {
-    std::string name = fs::temp_directory_path() / "halvex-test-XXXXXX";
-    path_ = mkdtemp(name.data());
-  }
-  Temporary_folder(const Temporary_folder &) = delete;
-  Temporary_folder &operator=(const Temporary_folder &) = delete;
-  ~Temporary_folder() { fs::remove_all(path_); }
-
-  std::string operator/(const std::string &name) const { return path_ / name; }
-
- private:
-  fs::path path_;
-};
 
 std::string bytes_of(const std::string &path) {
   std::ifstream file{path, std::ios::binary};
@@ -143,15 +129,117 @@ TEST_F(SqliteLoadingTest, SaysThatTheComponentRefuses) {
   expect_working(database);
 }
 
-TEST_F(SqliteLoadingTest, RefusesASecondCopyOfTheComponent) {
-  EXPECT_EQ(database.load(extension_path()), "");
-  fs::copy_file(component_path(), folder / "copy.so");
-  Database other{Database::Extension::absent};
-  setenv("HALVEX_COMPONENT", (folder / "copy.so").c_str(), 1);
-  const std::string error = load_error(other, extension_path());
-  EXPECT_THAT(error, HasSubstr(folder / "copy.so"));
-  EXPECT_THAT(error, HasSubstr("dovrin::component_halvex_encryption"));
+// Replaces the current folder and restores it.
+class Current_folder {
+ public:
+  explicit Current_folder(const fs::path &path) : previous_{fs::current_path()} {
+    fs::current_path(path);
+  }
+  Current_folder(const Current_folder &) = delete;
+  Current_folder &operator=(const Current_folder &) = delete;
+  ~Current_folder() { fs::current_path(previous_); }
+
+ private:
+  fs::path previous_;
+};
+
+TEST_F(SqliteLoadingTest, LooksForTheComponentOnce) {
+  fs::copy_file(component_path(), folder / "component_halvex_encryption.so");
+  fs::copy_file(extension_path(), folder / "halvex_sqlite.so");
+  {
+    const Current_folder inside{folder.path()};
+    EXPECT_EQ(database.load("./halvex_sqlite", "halvex_sqlite_every_connection_init"), "");
+  }
+  setenv("HALVEX_COMPONENT", "/nonexistent/component.so", 1);
+  setenv("HALVEX_LOG_FILE", "/nonexistent/records.json", 1);
+  fs::remove(folder / "component_halvex_encryption.so");
+
+  Database later{Database::Extension::absent};
+  expect_working(later);
+  EXPECT_EQ(later.load(folder / "halvex_sqlite"), "");
+  expect_working(later);
+}
+
+TEST_F(SqliteLoadingTest, AFailedLoadDoesNotMoveTheComponentsFolder) {
+  fs::copy_file(extension_path(), folder / "halvex_sqlite.so");
+  const std::string component = folder / "component_halvex_encryption.so";
+  {
+    const Current_folder inside{folder.path()};
+    EXPECT_EQ(load_error(database, "./halvex_sqlite"),
+              "There is no component file '" + component + "'.");
+  }
+  fs::copy_file(component_path(), component);
+  EXPECT_EQ(database.load(folder / "halvex_sqlite"), "");
   expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, FindsTheComponentBesideTheFileBehindALink) {
+  fs::create_symlink(extension_path(), folder / "halvex_sqlite.so");
+  EXPECT_EQ(database.load(folder / "halvex_sqlite"), "");
+  expect_working(database);
+}
+
+// Runs itself again as a program that has a group of its own, which only root can make here.
+TEST_F(SqliteLoadingTest, AProgramWithMoreRightsThanItsCallerIgnoresTheEnvironment) {
+  constexpr const char *child_mark = "HALVEX_TEST_PRIVILEGED";
+  if (getauxval(AT_SECURE) != 0) {
+    setenv("HALVEX_COMPONENT", "/nonexistent/component.so", 1);
+    setenv("HALVEX_LOG_FILE", "/nonexistent/records.json", 1);
+    EXPECT_EQ(database.load(extension_path()), "");
+    expect_working(database);
+    return;
+  }
+  constexpr gid_t other_group = 65534;
+  const std::string program = folder / "program";
+  fs::copy_file("/proc/self/exe", program);
+  if (std::getenv(child_mark) != nullptr || geteuid() != 0 ||
+      chown(program.c_str(), 0, other_group) != 0 || chmod(program.c_str(), 02755) != 0) {
+    GTEST_SKIP() << "this user or this file system allows no program with rights of its own";
+  }
+  setenv(child_mark, "1", 1);
+  const std::string command =
+      program + " --gtest_filter=*AProgramWithMoreRightsThanItsCallerIgnoresTheEnvironment";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+}
+
+TEST_F(SqliteLoadingTest, CanBeLoadedAgainByAStatement) {
+  sqlite3_db_config(database.handle(), SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 1, nullptr);
+  sqlite3_enable_load_extension(database.handle(), 1);
+  database.bind_text("@extension", extension_path());
+  EXPECT_EQ(database.value("SELECT load_extension(@extension)"), "NULL");
+  const Statement running =
+      database.prepare("SELECT create_digest('SHA256', 'abc'), name FROM dovrin_variables");
+  EXPECT_EQ(sqlite3_step(running.get()), SQLITE_ROW);
+  EXPECT_EQ(database.value("SELECT load_extension(@extension)"), "NULL");
+  EXPECT_EQ(sqlite3_step(running.get()), SQLITE_ROW);
+  expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, SaysThatAFunctionOfTheProgramIsInTheWay) {
+  const auto answer = [](sqlite3_context *context, int /*argc*/, sqlite3_value ** /*argv*/) {
+    sqlite3_result_int(context, 42);
+  };
+  sqlite3_create_function(database.handle(), "create_digest", -1, SQLITE_UTF8, nullptr, answer,
+                          nullptr, nullptr);
+  const Statement running = database.prepare("SELECT 1 UNION ALL SELECT 2");
+  EXPECT_EQ(sqlite3_step(running.get()), SQLITE_ROW);
+  EXPECT_EQ(load_error(database, extension_path()),
+            "unable to delete/modify user-function due to active statements");
+}
+
+TEST_F(SqliteLoadingTest, LackOfMemoryIsSaid) {
+  int failures = 0;
+  std::string error;
+  do {
+    Database limited{Database::Extension::absent};
+    sqlite3_hard_heap_limit64(sqlite3_memory_used() + 512 * failures);
+    error = limited.load(extension_path());
+    sqlite3_hard_heap_limit64(0);
+    EXPECT_NE(error, "error during initialization: ");
+    ++failures;
+  } while (!error.empty() && failures < 1000);
+  EXPECT_GT(failures, 3);
+  EXPECT_EQ(error, "");
 }
 
 TEST_F(SqliteLoadingTest, RefusesASecondCopyOfItself) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "sqlite/database.h"
+#include "support/temporary_folder.h"
 
 namespace halvex_test {
 namespace {
@@ -166,6 +167,41 @@ TEST_F(SqliteVariablesTest, NoSchemaCanReachThem) {
   EXPECT_EQ(get(padding), "'OFF'");
 }
 
+TEST_F(SqliteVariablesTest, ATableOfTheSameNameStandsInFrontOfThem) {
+  database.run(
+      "CREATE TABLE dovrin_variables (name, value);"
+      "INSERT INTO dovrin_variables VALUES ('" +
+      key_size + "', 1)");
+  EXPECT_EQ(set(key_size, "8192"), "");
+  EXPECT_EQ(get(key_size), "8192");
+  EXPECT_EQ(
+      database.value("SELECT value FROM temp.dovrin_variables WHERE name = '" + key_size + "'"),
+      "4096");
+  database.run("UPDATE temp.dovrin_variables SET value = 2048 WHERE name = '" + key_size + "'");
+  EXPECT_EQ(database.value("SELECT create_asymmetric_priv_key('RSA', 4096)"), "NULL");
+}
+
+TEST_F(SqliteVariablesTest, AConnectionOfItsOwnNeedsNoLockOfTheDatabase) {
+  const Temporary_folder folder;
+  Database holder{Database::Extension::loaded, folder / "file.db"};
+  holder.run("CREATE TABLE t (a); BEGIN EXCLUSIVE");
+  Database waiting{Database::Extension::loaded, folder / "file.db"};
+  for (const char *const table : {"dovrin_variables", "dovrin_error_log"}) {
+    EXPECT_EQ(waiting.error("SELECT count(*) FROM " + std::string{table}), "database is locked");
+  }
+  EXPECT_EQ(get(key_size), "4096");
+
+  holder.run("COMMIT; BEGIN; INSERT INTO t VALUES (1)");
+  EXPECT_EQ(waiting.value("SELECT count(*) FROM dovrin_variables"), "2");
+  EXPECT_EQ(waiting.error("UPDATE dovrin_variables SET value = default_value"),
+            "database is locked");
+  EXPECT_EQ(set(key_size, "2048"), "");
+
+  waiting.run("PRAGMA query_only = ON");
+  EXPECT_EQ(waiting.error("UPDATE dovrin_variables SET value = default_value"),
+            "attempt to write a readonly database");
+}
+
 TEST_F(SqliteVariablesTest, NobodyCanMakeATableOfThisKind) {
   EXPECT_EQ(database.error("CREATE VIRTUAL TABLE mine USING dovrin_variables"),
             "no such module: dovrin_variables");
@@ -210,11 +246,24 @@ TEST_F(SqliteErrorLogTest, KeepsTheLastThousandNewestLast) {
   EXPECT_EQ(database.value("SELECT code FROM dovrin_error_log LIMIT 1 OFFSET 999"), "13921");
 }
 
-TEST_F(SqliteErrorLogTest, AStatementSeesItAsItWas) {
+TEST_F(SqliteErrorLogTest, AScanSeesItAsItWas) {
   database.value("SELECT create_digest('SHA256', NULL)");
-  EXPECT_EQ(database.value("SELECT count(*) FROM (SELECT create_digest('SHA256', NULL) FROM "
-                           "dovrin_error_log AS a, dovrin_error_log AS b)"),
+  EXPECT_EQ(database.value("SELECT count(create_digest('SHA256', NULL) IS NULL) FROM "
+                           "dovrin_error_log"),
             "1");
+  EXPECT_EQ(database.value("SELECT count(*) FROM dovrin_error_log"), "2");
+}
+
+TEST_F(SqliteErrorLogTest, OnlyAMaterializedLogIsOneStateForTwoScans) {
+  const auto two_scans_of = [](const std::string &log) {
+    return "SELECT (SELECT count(*) FROM " + log + "), create_digest('SHA256', NULL), " +
+           "(SELECT count(*) FROM " + log + " WHERE id > 0)";
+  };
+  EXPECT_THAT(database.rows(two_scans_of("dovrin_error_log")),
+              ElementsAre(ElementsAre("0", "NULL", "1")));
+  EXPECT_THAT(database.rows("WITH log AS MATERIALIZED (SELECT * FROM dovrin_error_log) " +
+                            two_scans_of("log")),
+              ElementsAre(ElementsAre("1", "NULL", "1")));
 }
 
 TEST_F(SqliteErrorLogTest, ConnectionsShareIt) {
@@ -231,8 +280,22 @@ TEST_F(SqliteErrorLogTest, NobodyCanChangeIt) {
   }
 }
 
-TEST_F(SqliteErrorLogTest, ViewsCanUseIt) {
-  database.run("CREATE VIEW why AS SELECT code FROM dovrin_error_log ORDER BY id DESC LIMIT 1");
+TEST_F(SqliteErrorLogTest, NoSchemaCanReachIt) {
+  database.run(
+      "CREATE TABLE orders (id); CREATE TABLE loot (message);"
+      "CREATE TRIGGER steal AFTER INSERT ON orders BEGIN"
+      "  INSERT INTO loot SELECT message FROM dovrin_error_log; END;"
+      "CREATE VIEW why AS SELECT code FROM dovrin_error_log");
+  EXPECT_EQ(database.error("INSERT INTO orders VALUES (1)"),
+            "unsafe use of virtual table \"dovrin_error_log\"");
+  EXPECT_EQ(database.error("SELECT * FROM why"),
+            "unsafe use of virtual table \"dovrin_error_log\"");
+  EXPECT_EQ(database.value("SELECT count(*) FROM loot"), "0");
+}
+
+TEST_F(SqliteErrorLogTest, ATemporaryViewCanUseIt) {
+  database.run(
+      "CREATE TEMP VIEW why AS SELECT code FROM dovrin_error_log ORDER BY id DESC LIMIT 1");
   EXPECT_THAT(database.rows("SELECT * FROM why"), IsEmpty());
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', NULL)"), "NULL");
   EXPECT_EQ(database.value("SELECT * FROM why"), "13919");
