@@ -1,7 +1,7 @@
-#include "dovrin_host/catalogue.h"
-
 #include <algorithm>
 #include <array>
+
+#include "dovrin_host/error_log.h"
 
 namespace dovrin_host {
 namespace {
@@ -79,7 +79,5 @@ const Catalogue_entry *find_catalogue_entry(int code) noexcept {
   const auto *const found = std::ranges::lower_bound(entries, code, {}, &Catalogue_entry::code);
   return found != entries.end() && found->code == code ? found : nullptr;
 }
-
-std::span<const Catalogue_entry> catalogue() noexcept { return entries; }
 
 }  // namespace dovrin_host

@@ -1,15 +1,37 @@
 #include "dovrin_host/loader.h"
 
 #include <dlfcn.h>
+#include <elf.h>
 
+#include <cstdint>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <optional>
 #include <system_error>
 
-#include "dovrin_host/service_registry.h"
-#include "dovrin_host/shared_object_file.h"
+#include "dovrin_host/services.h"
 
 namespace dovrin_host {
 namespace {
+
+// Reads a header at an offset; nothing if the file does not hold all of it.
+template <typename Header>
+std::optional<Header> read_at(std::ifstream &file, std::uint64_t offset) {
+  Header header{};
+  file.seekg(static_cast<std::streamoff>(offset));
+  file.read(reinterpret_cast<char *>(&header), sizeof header);
+  return file ? std::optional{header} : std::nullopt;
+}
+
+bool is_64_bit_elf(const Elf64_Ehdr &header) {
+  return std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0 &&
+         header.e_ident[EI_CLASS] == ELFCLASS64;
+}
+
+bool lies_within(std::uint64_t offset, std::uint64_t length, std::uint64_t size) {
+  return offset <= size && length <= size - offset;
+}
 
 constexpr const char *entry_symbol = "list_components";
 
@@ -29,6 +51,31 @@ Status failure_of(const std::string &name, const char *what) {
 
 }  // namespace
 
+bool is_truncated(const std::string &path) {
+  std::ifstream file{path, std::ios::binary | std::ios::ate};
+  const auto end = file.tellg();
+  if (!file || end < 0) {
+    return false;
+  }
+  const auto size = static_cast<std::uint64_t>(end);
+  const auto header = read_at<Elf64_Ehdr>(file, 0);
+  if (!header || !is_64_bit_elf(*header)) {
+    return false;
+  }
+
+  // The table of sections usually ends the file.
+  if (!lies_within(header->e_shoff, std::uint64_t{header->e_shnum} * sizeof(Elf64_Shdr), size)) {
+    return true;
+  }
+  for (std::uint64_t i = 0; i < header->e_phnum; ++i) {
+    const auto segment = read_at<Elf64_Phdr>(file, header->e_phoff + i * sizeof(Elf64_Phdr));
+    if (!segment || !lies_within(segment->p_offset, segment->p_filesz, size)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void Close_object::operator()(void *object) const noexcept { dlclose(object); }
 
 Result<std::unique_ptr<Loaded_component>> Loaded_component::open(const std::string &path) {
@@ -36,8 +83,8 @@ Result<std::unique_ptr<Loaded_component>> Loaded_component::open(const std::stri
   if (!std::filesystem::exists(path, error)) {
     return Status::failure("There is no component file '" + path + "'.");
   }
-  if (is_cut_off(path)) {
-    return Status::failure("The component file '" + path + "' cannot be loaded: it is cut off.");
+  if (is_truncated(path)) {
+    return Status::failure("The component file '" + path + "' cannot be loaded: it is truncated.");
   }
   Object_ptr object{dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)};
   if (!object) {
@@ -106,16 +153,6 @@ Status Loaded_component::deinit() {
                                    : failure_of(name_,
                                                 "refused to stop: its deinit failed. The error log "
                                                 "says why.");
-}
-
-std::vector<std::pair<std::string, std::string>> Loaded_component::metadata() const {
-  std::vector<std::pair<std::string, std::string>> pairs;
-  const Dovrin_metadata *entry = descriptor_.metadata;
-  while (entry != nullptr && entry->key != nullptr) {
-    pairs.emplace_back(entry->key, entry->value != nullptr ? entry->value : "");
-    ++entry;
-  }
-  return pairs;
 }
 
 void Loaded_component::release_services() noexcept {

@@ -5,7 +5,6 @@
 
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "dovrin/component.h"
@@ -46,9 +45,6 @@ class Loaded_component {
 
   // The descriptor's name, copied.
   const std::string &name() const { return name_; }
-
-  // Key and value pairs in the descriptor's order.
-  std::vector<std::pair<std::string, std::string>> metadata() const;
 
   // The same for two openings of one shared object.
   const void *object() const { return object_.get(); }

@@ -1,5 +1,3 @@
-#include "dovrin_host/log_services.h"
-
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -10,8 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "dovrin_host/catalogue.h"
-#include "dovrin_host/server.h"
+#include "dovrin_host/services.h"
 
 using dovrin_host::log_line_capacity;
 
@@ -108,8 +105,6 @@ void take_owned_text(Dovrin_log_item &item, const char *text, std::size_t length
 
 }  // namespace
 
-// The operations of both tables. They are C functions: nothing passes out of them but their
-// results.
 extern "C" {
 
 static int item_set_int(Dovrin_log_item *item, long long value) noexcept {
@@ -163,7 +158,7 @@ static int submit(Dovrin_log_line *line) noexcept {
     return refused;
   }
   try {
-    Server::instance().error_log().submit(record_of(*line));
+    service_state().error_log.submit(record_of(*line));
     return done;
   } catch (const std::exception &) {
     return refused;

@@ -1,5 +1,3 @@
-#include "dovrin_host/log_sinks.h"
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -8,6 +6,8 @@
 #include <string_view>
 #include <system_error>
 #include <utility>
+
+#include "dovrin_host/error_log.h"
 
 namespace dovrin_host {
 namespace {
@@ -72,23 +72,9 @@ Status Line_sink::write(const Log_record &record) {
   if (written > 0) {
     inside_line_ = line[written - 1] != '\n';
   }
-  if (error == 0) {
-    status_ = Status{};
-  } else {
-    ++lost_records_;
-    status_ = Status::failure("Cannot write to " + name_ + ": " + system_error_text(error) + ".");
-  }
-  return status_;
-}
-
-Status Line_sink::status() const {
-  const std::lock_guard lock{mutex_};
-  return status_;
-}
-
-std::uint64_t Line_sink::lost_records() const {
-  const std::lock_guard lock{mutex_};
-  return lost_records_;
+  return error == 0
+             ? Status{}
+             : Status::failure("Cannot write to " + name_ + ": " + system_error_text(error) + ".");
 }
 
 Ring_sink::Ring_sink(std::size_t capacity) : capacity_{std::max<std::size_t>(capacity, 1)} {}
@@ -106,16 +92,6 @@ Status Ring_sink::write(const Log_record &record) {
 std::vector<Numbered_record> Ring_sink::snapshot() const {
   const std::lock_guard lock{mutex_};
   return {records_.begin(), records_.end()};
-}
-
-std::uint64_t Ring_sink::last_sequence() const {
-  const std::lock_guard lock{mutex_};
-  return last_sequence_;
-}
-
-void Ring_sink::clear() {
-  const std::lock_guard lock{mutex_};
-  records_.clear();
 }
 
 }  // namespace dovrin_host

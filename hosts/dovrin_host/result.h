@@ -1,10 +1,11 @@
-// How the operations of this library say that they failed: with a sentence for the user.
+// How operations of this library report failure: with a sentence for the user.
 //
-// Nothing here throws except for lack of memory (std::bad_alloc).
+// Nothing here throws but std::bad_alloc, and value() of a failure.
 
 #ifndef DOVRIN_HOST_RESULT_H
 #define DOVRIN_HOST_RESULT_H
 
+#include <exception>
 #include <string>
 #include <utility>
 #include <variant>
@@ -44,7 +45,7 @@ class [[nodiscard]] Result {
 
   bool ok() const { return content_.index() == 0; }
 
-  // Only after ok().
+  // Throws std::bad_variant_access unless ok().
   T &value() & { return std::get<0>(content_); }
   const T &value() const & { return std::get<0>(content_); }
   T &&value() && { return std::get<0>(std::move(content_)); }
@@ -56,6 +57,17 @@ class [[nodiscard]] Result {
  private:
   std::variant<T, Status> content_;
 };
+
+// Describes the exception being handled. Only inside a catch block; throws std::bad_alloc only.
+inline std::string current_exception_text() {
+  try {
+    throw;
+  } catch (const std::exception &error) {
+    return error.what();
+  } catch (...) {
+    return "an exception of unknown type";
+  }
+}
 
 }  // namespace dovrin_host
 

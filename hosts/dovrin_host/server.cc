@@ -5,9 +5,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "dovrin_host/exception_text.h"
 #include "dovrin_host/loader.h"
-#include "dovrin_host/owner.h"
+#include "dovrin_host/services.h"
 
 namespace dovrin_host {
 namespace {
@@ -29,24 +28,24 @@ Status in_use(std::string_view name, std::size_t count, const char *by) {
                          (count == 1 ? " uses" : "s use") + " it.");
 }
 
-// Runs `undo` at the end of the scope, unless told that all went well.
+// Scope guard: runs `undo` unless succeeded() was called.
 template <typename Undo>
-class Undo_unless_done {
+class Undo_unless_succeeded {
  public:
-  explicit Undo_unless_done(Undo undo) : undo_{std::move(undo)} {}
-  Undo_unless_done(const Undo_unless_done &) = delete;
-  Undo_unless_done &operator=(const Undo_unless_done &) = delete;
-  ~Undo_unless_done() {
-    if (!done_) {
+  explicit Undo_unless_succeeded(Undo undo) : undo_{std::move(undo)} {}
+  Undo_unless_succeeded(const Undo_unless_succeeded &) = delete;
+  Undo_unless_succeeded &operator=(const Undo_unless_succeeded &) = delete;
+  ~Undo_unless_succeeded() {
+    if (!succeeded_) {
       undo_();
     }
   }
 
-  void done() { done_ = true; }
+  void succeeded() { succeeded_ = true; }
 
  private:
   Undo undo_;
-  bool done_ = false;
+  bool succeeded_ = false;
 };
 
 // Calls an entry of a component. An exception of it becomes a failure.
@@ -71,7 +70,7 @@ Component_lease &Component_lease::operator=(Component_lease &&other) noexcept {
 
 void Component_lease::release() noexcept {
   if (!name_.empty()) {
-    Server::instance().give_back(name_);
+    Server::instance().release_lease(name_);
     name_.clear();
   }
 }
@@ -81,7 +80,7 @@ Server &Server::instance() {
   return *server;
 }
 
-Server::Server() {
+Server::Server() : state_{service_state()} {
   keep_this_library_loaded();
   UI_set_default_method(UI_null());
 }
@@ -96,10 +95,10 @@ Status Server::install(const std::string &path) {
   }
   const std::lock_guard lock{components_mutex_};
   auto &[name, installed] = *found.value();
-  if (installed.for_good) {
+  if (installed.permanent) {
     return Status::failure("The component '" + name + "' is already installed.");
   }
-  installed.for_good = true;
+  installed.permanent = true;
   return {};
 }
 
@@ -133,22 +132,22 @@ std::vector<Component_info> Server::components() const {
   std::vector<Component_info> infos;
   for (const auto &[name, installed] : components_) {
     const Loaded_component &component = *installed.component;
-    infos.push_back({name, component.path(), component.metadata(), installed.leases,
-                     functions_.open_instances(&component), installed.for_good});
+    infos.push_back({name, component.path(), installed.leases,
+                     state_.functions.open_instances(&component), installed.permanent});
   }
   return infos;
 }
 
 Result<std::unique_ptr<Function_instance>> Server::open_function(
     std::string_view name, std::span<const Item_result> types) {
-  Function_use function = functions_.use(name);
+  Function_pin function = state_.functions.pin(name);
   if (!function) {
     return Status::failure("The function '" + std::string{name} + "' is not installed.");
   }
   return Function_instance::open(std::move(function), types);
 }
 
-void Server::give_back(std::string_view name) noexcept try {
+void Server::release_lease(std::string_view name) noexcept try {
   const std::lock_guard one_at_a_time{install_mutex_};
   const auto installed = components_.find(name);
   if (installed == components_.end()) {
@@ -158,7 +157,7 @@ void Server::give_back(std::string_view name) noexcept try {
     const std::lock_guard lock{components_mutex_};
     --installed->second.leases;
   }
-  if (installed->second.leases == 0 && !installed->second.for_good) {
+  if (installed->second.leases == 0 && !installed->second.permanent) {
     // A component that is in use stays installed, which is what its users need.
     static_cast<void>(stop(installed));
   }
@@ -194,12 +193,12 @@ Result<Server::Installed_map::iterator> Server::find_or_load(const std::string &
   // memory.
   Installed_map node;
   node.try_emplace(component->name());
-  Undo_unless_done unload_again{[&] { unload(std::move(component)); }};
+  Undo_unless_succeeded unload_again{[&] { unload(std::move(component)); }};
   Status started = start(*component);
   if (!started.ok()) {
     return started;
   }
-  unload_again.done();
+  unload_again.succeeded();
   node.begin()->second.component = std::move(component);
   const std::lock_guard lock{components_mutex_};
   return components_.insert(node.extract(node.begin())).position;
@@ -212,23 +211,23 @@ Status Server::start(Loaded_component &component) {
   }
   Status initialised = call_entry(component, [&] { return component.init(); });
   if (initialised.ok()) {
-    functions_.show(&component);
-    variables_.show(&component);
+    state_.functions.publish(&component);
+    state_.variables.publish(&component);
   }
   return initialised;
 }
 
 Status Server::stop(Installed_map::iterator installed) {
   Loaded_component &component = *installed->second.component;
-  if (const std::size_t open = functions_.hide_unless_open(&component); open > 0) {
+  if (const std::size_t open = state_.functions.unpublish_unless_open(&component); open > 0) {
     return in_use(component.name(), open, "open function instance");
   }
-  Undo_unless_done show_again{[&] { functions_.show(&component); }};
+  Undo_unless_succeeded publish_again{[&] { state_.functions.publish(&component); }};
   Status stopped = call_entry(component, [&] { return component.deinit(); });
   if (!stopped.ok()) {
     return stopped;
   }
-  show_again.done();
+  publish_again.succeeded();
   std::unique_ptr<Loaded_component> leaving;
   {
     const std::lock_guard lock{components_mutex_};
@@ -241,12 +240,12 @@ Status Server::stop(Installed_map::iterator installed) {
 
 void Server::unload(std::unique_ptr<Loaded_component> component) {
   const Owner owner = component.get();
-  variables_.hide(owner);
+  state_.variables.unpublish(owner);
   // The destructors that run now may still withdraw what is registered; the rest would lead
   // nowhere.
   component.reset();
-  functions_.drop(owner);
-  variables_.drop(owner);
+  state_.functions.drop(owner);
+  state_.variables.drop(owner);
 }
 
 }  // namespace dovrin_host

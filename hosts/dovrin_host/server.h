@@ -3,13 +3,17 @@
 //
 //   auto lease = Server::instance().acquire("/usr/lib/halvex/component_halvex_encryption.so");
 //   auto digest = Server::instance().open_function("create_digest", types);
-//   auto row = digest.value()->string_row(arguments);
+//   auto row = digest.value()->row(arguments);
 //
 // Everything may be called from many threads at once. Locks, in the order in which one thread may
 // take them: the install lock (held while a component's init, deinit and unload run; no service
 // takes it), the set lock of System_variables (held while a variable's callbacks run), then one of
 // the locks around data, under which no foreign code runs. Log sinks are called without any lock of
 // the error log; they must not call the server.
+//
+// Fork: a child of a process whose other threads use the server must not use it, because one of
+// these locks may be held for ever. Exit: what is installed stays loaded until the process ends,
+// its destructors still find the services, and other threads may go on computing rows.
 
 #ifndef DOVRIN_HOST_SERVER_H
 #define DOVRIN_HOST_SERVER_H
@@ -25,18 +29,18 @@
 #include <vector>
 
 #include "dovrin_host/error_log.h"
-#include "dovrin_host/function_instance.h"
-#include "dovrin_host/function_registry.h"
+#include "dovrin_host/functions.h"
 #include "dovrin_host/result.h"
-#include "dovrin_host/system_variables.h"
+#include "dovrin_host/services.h"
+#include "dovrin_host/variables.h"
 
 namespace dovrin_host {
 
 class Loaded_component;
 
-// Keeps a component installed. Movable. When the last lease goes and nobody installed the component
-// for good, it is uninstalled, unless function instances are open: then it stays, until the next
-// lease or uninstall ends.
+// Keeps a component installed. Movable. When the last lease is released and nobody installed the
+// component permanently, it is uninstalled, unless function instances are open: then it stays,
+// until the next lease or uninstall ends.
 class Component_lease {
  public:
   Component_lease() = default;
@@ -50,7 +54,7 @@ class Component_lease {
   // The component's name, as `uninstall` takes it.
   const std::string &name() const { return name_; }
 
-  // Gives the lease back now.
+  // Releases the lease now.
   void release() noexcept;
 
  private:
@@ -64,10 +68,9 @@ class Component_lease {
 struct Component_info {
   std::string name;
   std::string path;
-  std::vector<std::pair<std::string, std::string>> metadata;
   std::size_t leases = 0;
   std::size_t open_instances = 0;
-  bool installed_for_good = false;  // by install, not only by leases
+  bool installed_permanently = false;  // by install, not only by leases
 };
 
 class Server {
@@ -82,8 +85,8 @@ class Server {
   Server &operator=(const Server &) = delete;
 
   // Installs the component in the shared object at `path` until `uninstall`. Fails if it is
-  // installed for good already, if another file's component has its name, or if it cannot be loaded
-  // or refuses; then nothing of it is left.
+  // installed permanently already, if another file's component has its name, or if it cannot be
+  // loaded or refuses; then nothing of it is left.
   Status install(const std::string &path);
 
   // Uninstalls the component of that name (its descriptor's). Refused while it has leases or open
@@ -91,8 +94,8 @@ class Server {
   // used.
   Status uninstall(std::string_view name);
 
-  // Takes a lease of the component at `path`, which is installed if it is not yet. Fails as install
-  // does.
+  // Acquires a lease of the component at `path`, which is installed if it is not yet. Fails as
+  // install does.
   Result<Component_lease> acquire(const std::string &path);
 
   // The installed components in the order of their names.
@@ -103,9 +106,9 @@ class Server {
   Result<std::unique_ptr<Function_instance>> open_function(std::string_view name,
                                                            std::span<const Item_result> types);
 
-  Error_log &error_log() { return error_log_; }
-  Function_registry &functions() { return functions_; }
-  System_variables &variables() { return variables_; }
+  Error_log &error_log() { return state_.error_log; }
+  Function_registry &functions() { return state_.functions; }
+  System_variables &variables() { return state_.variables; }
 
  private:
   friend class Component_lease;
@@ -113,14 +116,14 @@ class Server {
   struct Installed {
     std::unique_ptr<Loaded_component> component;
     std::size_t leases = 0;
-    bool for_good = false;
+    bool permanent = false;
   };
   using Installed_map = std::map<std::string, Installed, std::less<>>;
 
   Server();
   ~Server();
 
-  void give_back(std::string_view name) noexcept;
+  void release_lease(std::string_view name) noexcept;
 
   // What follows is called under the install lock.
   Result<Installed_map::iterator> find_or_load(const std::string &path);
@@ -128,9 +131,7 @@ class Server {
   Status stop(Installed_map::iterator installed);
   void unload(std::unique_ptr<Loaded_component> component);
 
-  Error_log error_log_;
-  Function_registry functions_;
-  System_variables variables_;
+  Service_state &state_;
 
   std::mutex install_mutex_;             // serialises coming and going of components
   mutable std::mutex components_mutex_;  // guards the map; written under the install lock as well

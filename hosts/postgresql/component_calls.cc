@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "dovrin_host/log_record.h"
+#include "dovrin_host/error_log.h"
 #include "dovrin_host/server.h"
 
 namespace halvex_postgresql {
@@ -114,27 +114,20 @@ Argument argument_of(const Value &value) {
   }
 }
 
-template <typename Row>
-Row_result row_result(const Row &row) noexcept {
-  if (row.error) {
-    set_failure("the function reported an error");
+Row_result run(Call_site &site) {
+  using Kind = dovrin_host::Row_result::Kind;
+  const dovrin_host::Row_result row = site.instance->row(site.arguments);
+  if (row.kind == Kind::null) {
+    return {.kind = Row_result::null};
+  }
+  if (row.kind == Kind::error) {
+    set_failure(std::string{row.text}.c_str());
     return {.kind = Row_result::failed};
   }
-  return {.kind = row.is_null ? Row_result::null : Row_result::value};
-}
-
-Row_result run(Call_site &site) {
-  if (result_type(site) == INT_RESULT) {
-    const auto row = site.instance->integer_row(site.arguments);
-    Row_result result = row_result(row);
-    result.integer = row.value;
-    return result;
-  }
-  const auto row = site.instance->string_row(site.arguments);
-  Row_result result = row_result(row);
-  result.bytes = row.value.data();
-  result.length = row.value.size();
-  return result;
+  return {.kind = Row_result::value,
+          .bytes = row.text.data(),
+          .length = row.text.size(),
+          .integer = row.integer};
 }
 
 }  // namespace

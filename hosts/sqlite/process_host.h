@@ -6,7 +6,7 @@
 
 #include <memory>
 
-#include "dovrin_host/log_sinks.h"
+#include "dovrin_host/error_log.h"
 #include "dovrin_host/result.h"
 
 namespace halvex_sqlite {

@@ -13,7 +13,7 @@
 
 #include <memory>
 
-#include "dovrin_host/log_sinks.h"
+#include "dovrin_host/error_log.h"
 #include "sqlite/sqlite_api.h"
 
 namespace halvex_sqlite {

@@ -1,7 +1,6 @@
 #include "sqlite/sql_functions.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <iterator>
 #include <memory>
@@ -10,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "dovrin_host/function_instance.h"
+#include "dovrin_host/functions.h"
 #include "dovrin_host/server.h"
 
 namespace halvex_sqlite {
@@ -20,43 +19,17 @@ namespace {
 using dovrin_host::Argument;
 using dovrin_host::Function_instance;
 
-// What SQL can say of a function and a component cannot.
-struct Sql_traits {
-  std::string_view name;
-  bool gives_text;        // else a string result is a BLOB, whatever its bytes are
-  bool is_deterministic;  // the same arguments always give the same result
-  int integer_argument;   // the argument that is wanted as an integer; -1 for none
-};
-
-constexpr std::array sql_traits{
-    Sql_traits{"create_asymmetric_priv_key", true, false, 1},
-    Sql_traits{"create_asymmetric_pub_key", true, true, -1},
-    Sql_traits{"create_digest", false, true, -1},
-};
-
-// What holds for every other function.
-constexpr Sql_traits default_traits{"", false, false, -1};
-
-const Sql_traits &traits_of(std::string_view name) {
-  const auto *const found = std::find_if(sql_traits.begin(), sql_traits.end(),
-                                         [&](const Sql_traits &each) { return each.name == name; });
-  return found != sql_traits.end() ? *found : default_traits;
-}
+using dovrin_host::Function_description;
+using dovrin_host::Result_kind;
+using dovrin_host::Row_result;
 
 // What SQLite keeps with a function of a connection.
 struct Sql_function {
   std::string name;
-  const Sql_traits &traits;
+  const Function_description &description;
 };
 
 using Shared_instance = std::shared_ptr<Function_instance>;
-
-// An SQL NULL has no type here: it takes the one that the function wants, so that the function's
-// own NULL rule answers.
-Argument make_null(const Sql_traits &traits, std::size_t position) {
-  const bool integer = traits.integer_argument == static_cast<int>(position);
-  return Argument::null(integer ? INT_RESULT : STRING_RESULT);
-}
 
 std::string_view bytes_of(sqlite3_value *value, const void *bytes) {
   const auto length = static_cast<std::size_t>(sqlite3_value_bytes(value));
@@ -67,7 +40,9 @@ std::string_view bytes_of(sqlite3_value *value, const void *bytes) {
                           : std::string_view{""};
 }
 
-Argument make_argument(const Sql_traits &traits, std::size_t position, sqlite3_value *value) {
+// An SQL NULL has no type here: it takes the one that the function expects, so that the function's
+// own NULL rule answers.
+Argument make_argument(Item_result expected, sqlite3_value *value) {
   switch (sqlite3_value_type(value)) {
     case SQLITE_INTEGER:
       return Argument::integer(sqlite3_value_int64(value));
@@ -85,15 +60,17 @@ Argument make_argument(const Sql_traits &traits, std::size_t position, sqlite3_v
       return Argument::string(bytes_of(value, blob));
     }
     default:
-      return make_null(traits, position);
+      return Argument::null(expected);
   }
 }
 
-std::vector<Argument> make_arguments(const Sql_traits &traits, int argc, sqlite3_value **argv) {
+std::vector<Argument> make_arguments(const Function_description &description, int argc,
+                                     sqlite3_value **argv) {
   std::vector<Argument> arguments;
   arguments.reserve(static_cast<std::size_t>(argc));
   for (int i = 0; i < argc; ++i) {
-    arguments.push_back(make_argument(traits, static_cast<std::size_t>(i), argv[i]));
+    const auto position = static_cast<std::size_t>(i);
+    arguments.push_back(make_argument(description.expected_type_at(position), argv[i]));
   }
   return arguments;
 }
@@ -117,31 +94,24 @@ void keep_instance(sqlite3_context *context, int argc, const Shared_instance &in
   }
 }
 
-void give_string(sqlite3_context *context, const Sql_traits &traits, Function_instance &instance,
-                 const std::vector<Argument> &arguments) {
-  const auto row = instance.string_row(arguments);
-  if (row.error) {
-    const std::string text = instance.name() + " failed";
-    sqlite3_result_error(context, text.c_str(), -1);
-  } else if (row.is_null) {
-    sqlite3_result_null(context);
-  } else if (traits.gives_text) {
-    sqlite3_result_text64(context, row.value.data(), row.value.size(), copy_now(), SQLITE_UTF8);
-  } else {
-    sqlite3_result_blob64(context, row.value.data(), row.value.size(), copy_now());
-  }
-}
-
-void give_integer(sqlite3_context *context, Function_instance &instance,
-                  const std::vector<Argument> &arguments) {
-  const auto row = instance.integer_row(arguments);
-  if (row.error) {
-    const std::string text = instance.name() + " failed";
-    sqlite3_result_error(context, text.c_str(), -1);
-  } else if (row.is_null) {
-    sqlite3_result_null(context);
-  } else {
-    sqlite3_result_int64(context, row.value);
+void give_result(sqlite3_context *context, Result_kind kind, const Row_result &row) {
+  switch (row.kind) {
+    case Row_result::Kind::null:
+      sqlite3_result_null(context);
+      break;
+    case Row_result::Kind::integer:
+      sqlite3_result_int64(context, row.integer);
+      break;
+    case Row_result::Kind::error:
+      sqlite3_result_error(context, row.text.data(), static_cast<int>(row.text.size()));
+      break;
+    case Row_result::Kind::string:
+      if (kind == Result_kind::text) {
+        sqlite3_result_text64(context, row.text.data(), row.text.size(), copy_now(), SQLITE_UTF8);
+      } else {
+        sqlite3_result_blob64(context, row.text.data(), row.text.size(), copy_now());
+      }
+      break;
   }
 }
 
@@ -149,7 +119,7 @@ void give_integer(sqlite3_context *context, Function_instance &instance,
 // for itself.
 void call(sqlite3_context *context, int argc, sqlite3_value **argv) {
   const auto &function = *static_cast<const Sql_function *>(sqlite3_user_data(context));
-  const std::vector<Argument> arguments = make_arguments(function.traits, argc, argv);
+  const std::vector<Argument> arguments = make_arguments(function.description, argc, argv);
 
   const Shared_instance kept = find_instance(context, argc);
   Shared_instance instance = kept;
@@ -165,11 +135,7 @@ void call(sqlite3_context *context, int argc, sqlite3_value **argv) {
     instance = std::move(opened).value();
   }
 
-  if (instance->result_type() == INT_RESULT) {
-    give_integer(context, *instance, arguments);
-  } else {
-    give_string(context, function.traits, *instance, arguments);
-  }
+  give_result(context, function.description.result, instance->row(arguments));
   if (kept == nullptr) {
     keep_instance(context, argc, instance);
   }
@@ -188,9 +154,9 @@ void call_guarded(sqlite3_context *context, int argc, sqlite3_value **argv) {
 }
 
 int create_sql_function(sqlite3 *database, const std::string &name) {
-  const Sql_traits &traits = traits_of(name);
-  const int flags = SQLITE_UTF8 | (traits.is_deterministic ? SQLITE_DETERMINISTIC : 0);
-  auto function = std::make_unique<Sql_function>(Sql_function{name, traits});
+  const Function_description &description = dovrin_host::describe_function(name);
+  const int flags = SQLITE_UTF8 | (description.is_deterministic ? SQLITE_DETERMINISTIC : 0);
+  auto function = std::make_unique<Sql_function>(Sql_function{name, description});
   // SQLite calls the last argument in any case, also when it refuses the function.
   return sqlite3_create_function_v2(
       database, name.c_str(), -1, flags, function.release(), call_guarded, nullptr, nullptr,

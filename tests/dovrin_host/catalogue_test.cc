@@ -1,5 +1,3 @@
-#include "dovrin_host/catalogue.h"
-
 #include <gtest/gtest.h>
 
 #include <map>
@@ -7,8 +5,25 @@
 #include <string>
 #include <vector>
 
+#include "dovrin_host/error_log.h"
+
 namespace dovrin_host {
 namespace {
+
+constexpr int first_code = 13915;
+constexpr int last_code = 13929;
+
+std::vector<Catalogue_entry> entries() {
+  std::vector<Catalogue_entry> all;
+  for (int code = first_code; code <= last_code; ++code) {
+    const Catalogue_entry *const entry = find_catalogue_entry(code);
+    EXPECT_NE(entry, nullptr) << code;
+    if (entry != nullptr) {
+      all.push_back(*entry);
+    }
+  }
+  return all;
+}
 
 // The conversions of a template, in their order. Each ends with its letter.
 std::string conversions(const std::string &text) {
@@ -39,15 +54,16 @@ TEST(CatalogueTest, EveryTemplateHasTheConversionsThatComponentsPass) {
       {13929, "%s %s %llu %llu"},
   };
   std::map<int, std::string> found;
-  for (const Catalogue_entry &entry : catalogue()) {
+  for (const Catalogue_entry &entry : entries()) {
     found.emplace(entry.code, conversions(entry.template_text));
   }
   EXPECT_EQ(found, expected);
 }
 
 TEST(CatalogueTest, EveryCodeIsFoundWithItsOwnEntry) {
-  for (const Catalogue_entry &entry : catalogue()) {
-    EXPECT_EQ(find_catalogue_entry(entry.code), &entry);
+  for (int code = first_code; code <= last_code; ++code) {
+    ASSERT_NE(find_catalogue_entry(code), nullptr) << code;
+    EXPECT_EQ(find_catalogue_entry(code)->code, code);
   }
 }
 
@@ -59,7 +75,7 @@ TEST(CatalogueTest, CodesBesideTheRangeAreUnknown) {
 
 TEST(CatalogueTest, SymbolsAreDistinctUpperCaseNames) {
   std::set<std::string> symbols;
-  for (const Catalogue_entry &entry : catalogue()) {
+  for (const Catalogue_entry &entry : entries()) {
     const std::string symbol = entry.symbol;
     EXPECT_EQ(symbol.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ_"), std::string::npos) << symbol;
     EXPECT_TRUE(symbols.insert(symbol).second) << symbol;
@@ -67,7 +83,7 @@ TEST(CatalogueTest, SymbolsAreDistinctUpperCaseNames) {
 }
 
 TEST(CatalogueTest, EveryHintIsOneSentence) {
-  for (const Catalogue_entry &entry : catalogue()) {
+  for (const Catalogue_entry &entry : entries()) {
     const std::string hint = entry.hint;
     ASSERT_FALSE(hint.empty());
     EXPECT_EQ(hint.find(". "), std::string::npos) << hint;

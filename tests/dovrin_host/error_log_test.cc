@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "dovrin_host/log_sinks.h"
 #include "records.h"
 
 namespace dovrin_host {

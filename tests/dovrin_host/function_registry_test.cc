@@ -1,12 +1,11 @@
-#include "dovrin_host/function_registry.h"
-
 #include <gtest/gtest.h>
 
 #include <utility>
 #include <vector>
 
-#include "dovrin_host/registration_services.h"
+#include "dovrin_host/functions.h"
 #include "dovrin_host/server.h"
+#include "dovrin_host/services.h"
 #include "printers.h"
 
 namespace dovrin_host {
@@ -25,15 +24,14 @@ TEST(FunctionRegistryTest, ListsWhatWasAddedByName) {
   Function_registry registry;
   EXPECT_TRUE(registry.add(definition("b", INT_RESULT), nullptr));
   EXPECT_TRUE(registry.add(definition("a"), nullptr));
-  EXPECT_EQ(registry.list(),
-            (std::vector<Function_info>{{"a", STRING_RESULT, 0}, {"b", INT_RESULT, 0}}));
+  EXPECT_EQ(registry.list(), (std::vector<Function_info>{{"a", STRING_RESULT}, {"b", INT_RESULT}}));
 }
 
 TEST(FunctionRegistryTest, RefusesATakenName) {
   Function_registry registry;
   EXPECT_TRUE(registry.add(definition("a"), nullptr));
   EXPECT_FALSE(registry.add(definition("a", INT_RESULT), nullptr));
-  EXPECT_EQ(registry.list(), (std::vector<Function_info>{{"a", STRING_RESULT, 0}}));
+  EXPECT_EQ(registry.list(), (std::vector<Function_info>{{"a", STRING_RESULT}}));
 }
 
 TEST(FunctionRegistryTest, RefusesWhatItCouldNotCall) {
@@ -56,26 +54,26 @@ TEST(FunctionRegistryTest, RemovalSaysWhetherTheFunctionWasKnown) {
 TEST(FunctionRegistryTest, OpenInstancesKeepAFunction) {
   Function_registry registry;
   EXPECT_TRUE(registry.add(definition("a"), nullptr));
-  Function_use first = registry.use("a");
-  Function_use second = registry.use("a");
-  EXPECT_EQ(registry.list(), (std::vector<Function_info>{{"a", STRING_RESULT, 2}}));
+  Function_pin first = registry.pin("a");
+  Function_pin second = registry.pin("a");
+  EXPECT_EQ(registry.open_instances(nullptr), 2U);
 
-  const Function_use moved = std::move(first);
-  second = Function_use{};
-  EXPECT_EQ(registry.list(), (std::vector<Function_info>{{"a", STRING_RESULT, 1}}));
+  const Function_pin moved = std::move(first);
+  second = Function_pin{};
+  EXPECT_EQ(registry.open_instances(nullptr), 1U);
   EXPECT_EQ(registry.remove("a"), Removal::in_use);
 }
 
 TEST(FunctionRegistryTest, EndedUsesLetAFunctionGo) {
   Function_registry registry;
   EXPECT_TRUE(registry.add(definition("a"), nullptr));
-  EXPECT_TRUE(registry.use("a"));
+  EXPECT_TRUE(registry.pin("a"));
   EXPECT_EQ(registry.remove("a"), Removal::removed);
 }
 
 TEST(FunctionRegistryTest, UnknownFunctionHasNoUse) {
   Function_registry registry;
-  EXPECT_FALSE(registry.use("a"));
+  EXPECT_FALSE(registry.pin("a"));
 }
 
 TEST(FunctionRegistryTest, FunctionsOfAComponentAppearWhenItIsShown) {
@@ -83,13 +81,13 @@ TEST(FunctionRegistryTest, FunctionsOfAComponentAppearWhenItIsShown) {
   const int owner = 0;
   EXPECT_TRUE(registry.add(definition("a"), &owner));
   EXPECT_TRUE(registry.list().empty());
-  EXPECT_FALSE(registry.use("a"));
+  EXPECT_FALSE(registry.pin("a"));
   EXPECT_FALSE(registry.add(definition("a"), nullptr));
 
-  registry.show(&owner);
-  EXPECT_TRUE(registry.use("a"));
-  EXPECT_EQ(registry.hide_unless_open(&owner), 0U);
-  EXPECT_FALSE(registry.use("a"));
+  registry.publish(&owner);
+  EXPECT_TRUE(registry.pin("a"));
+  EXPECT_EQ(registry.unpublish_unless_open(&owner), 0U);
+  EXPECT_FALSE(registry.pin("a"));
   EXPECT_EQ(registry.remove("a"), Removal::removed);
 }
 
@@ -100,16 +98,16 @@ TEST(FunctionRegistryTest, OpenInstanceKeepsAllFunctionsOfItsComponentShown) {
   EXPECT_TRUE(registry.add(definition("a"), &owner));
   EXPECT_TRUE(registry.add(definition("b"), &owner));
   EXPECT_TRUE(registry.add(definition("c"), &other));
-  registry.show(&owner);
-  registry.show(&other);
+  registry.publish(&owner);
+  registry.publish(&other);
 
-  const Function_use use = registry.use("b");
-  EXPECT_EQ(registry.hide_unless_open(&owner), 1U);
+  const Function_pin use = registry.pin("b");
+  EXPECT_EQ(registry.unpublish_unless_open(&owner), 1U);
   EXPECT_EQ(registry.open_instances(&owner), 1U);
   EXPECT_EQ(registry.open_instances(&other), 0U);
-  EXPECT_TRUE(registry.use("a"));
-  EXPECT_EQ(registry.hide_unless_open(&other), 0U);
-  EXPECT_FALSE(registry.use("c"));
+  EXPECT_TRUE(registry.pin("a"));
+  EXPECT_EQ(registry.unpublish_unless_open(&other), 0U);
+  EXPECT_FALSE(registry.pin("c"));
 }
 
 TEST(FunctionRegistryTest, DropForgetsOneOwnersFunctions) {
@@ -119,14 +117,13 @@ TEST(FunctionRegistryTest, DropForgetsOneOwnersFunctions) {
   EXPECT_TRUE(registry.add(definition("b"), nullptr));
   registry.drop(&owner);
   EXPECT_EQ(registry.remove("a"), Removal::unknown);
-  EXPECT_EQ(registry.list(), (std::vector<Function_info>{{"b", STRING_RESULT, 0}}));
+  EXPECT_EQ(registry.list(), (std::vector<Function_info>{{"b", STRING_RESULT}}));
 }
 
 TEST(RegistrationServicesTest, FunctionsAreRegisteredAndWithdrawn) {
   const Dovrin_udf_registration &service = udf_registration_table;
   EXPECT_EQ(service.udf_register("f", INT_RESULT, row, nullptr, nullptr), 0);
-  EXPECT_EQ(Server::instance().functions().list(),
-            (std::vector<Function_info>{{"f", INT_RESULT, 0}}));
+  EXPECT_EQ(Server::instance().functions().list(), (std::vector<Function_info>{{"f", INT_RESULT}}));
   EXPECT_NE(service.udf_register("f", INT_RESULT, row, nullptr, nullptr), 0);
 
   int was_registered = 0;
@@ -139,11 +136,11 @@ TEST(RegistrationServicesTest, FunctionsAreRegisteredAndWithdrawn) {
 TEST(RegistrationServicesTest, FunctionInUseIsKnownAndStays) {
   const Dovrin_udf_registration &service = udf_registration_table;
   EXPECT_EQ(service.udf_register("f", INT_RESULT, row, nullptr, nullptr), 0);
-  Function_use use = Server::instance().functions().use("f");
+  Function_pin use = Server::instance().functions().pin("f");
   int was_registered = 0;
   EXPECT_NE(service.udf_unregister("f", &was_registered), 0);
   EXPECT_NE(was_registered, 0);
-  use = Function_use{};
+  use = Function_pin{};
   EXPECT_EQ(service.udf_unregister("f", nullptr), 0);
 }
 

@@ -1,9 +1,8 @@
-#include "dovrin_host/log_record.h"
-
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
+#include "dovrin_host/error_log.h"
 #include "records.h"
 
 namespace dovrin_host {

@@ -1,5 +1,3 @@
-#include "dovrin_host/log_services.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
@@ -9,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "dovrin_host/catalogue.h"
+#include "dovrin_host/error_log.h"
+#include "dovrin_host/services.h"
 #include "records.h"
 
 namespace dovrin_host {

@@ -1,5 +1,3 @@
-#include "dovrin_host/log_sinks.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -14,6 +12,7 @@
 #include <sstream>
 #include <string>
 
+#include "dovrin_host/error_log.h"
 #include "records.h"
 
 namespace dovrin_host {
@@ -76,7 +75,6 @@ TEST(LineSinkTest, FileGetsOneLinePerRecordAfterWhatItHad) {
 
   EXPECT_EQ(contents(path), "earlier\n" + render_json(sample_record("a")) + '\n' +
                                 render_json(sample_record("b")) + '\n');
-  EXPECT_EQ(sink.value()->lost_records(), 0U);
 }
 
 TEST(LineSinkTest, NewFileIsForItsOwnerOnly) {
@@ -117,8 +115,6 @@ TEST(LineSinkTest, FullDiskIsNamedAndCounted) {
   ASSERT_TRUE(sink.ok());
   const Status status = sink.value()->write(sample_record());
   EXPECT_EQ(status.message(), "Cannot write to the log file '/dev/full': No space left on device.");
-  EXPECT_EQ(sink.value()->status().message(), status.message());
-  EXPECT_EQ(sink.value()->lost_records(), 1U);
 }
 
 TEST(LineSinkTest, RecordsAroundACutOneAreWholeLines) {
@@ -139,28 +135,15 @@ TEST(LineSinkTest, RecordsAroundACutOneAreWholeLines) {
 
   EXPECT_EQ(contents(path),
             line + '\n' + line.substr(0, 10) + '\n' + render_json(sample_record("d")) + '\n');
-  EXPECT_EQ(sink.value()->lost_records(), 2U);
-  EXPECT_TRUE(sink.value()->status().ok());
 }
 
 TEST(RingSinkTest, KeepsTheLastRecordsNewestLast) {
   Ring_sink ring{2};
-  EXPECT_EQ(ring.last_sequence(), 0U);
   for (const char *const message : {"a", "b", "c"}) {
     EXPECT_TRUE(ring.write(sample_record(message)).ok());
   }
   EXPECT_EQ(ring.snapshot(),
             (std::vector<Numbered_record>{{2, sample_record("b")}, {3, sample_record("c")}}));
-  EXPECT_EQ(ring.last_sequence(), 3U);
-}
-
-TEST(RingSinkTest, SequenceGoesOnAfterClear) {
-  Ring_sink ring{2};
-  EXPECT_TRUE(ring.write(sample_record("a")).ok());
-  ring.clear();
-  EXPECT_TRUE(ring.snapshot().empty());
-  EXPECT_TRUE(ring.write(sample_record("b")).ok());
-  EXPECT_EQ(ring.snapshot(), (std::vector<Numbered_record>{{2, sample_record("b")}}));
 }
 
 TEST(RingSinkTest, RingWithoutRoomKeepsOneRecord) {

@@ -10,8 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "dovrin_host/log_record.h"
-#include "dovrin_host/log_sinks.h"
+#include "dovrin_host/error_log.h"
 #include "dovrin_host/server.h"
 #include "printers.h"
 

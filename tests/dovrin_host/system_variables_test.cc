@@ -1,5 +1,3 @@
-#include "dovrin_host/system_variables.h"
-
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,8 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "dovrin_host/registration_services.h"
 #include "dovrin_host/server.h"
+#include "dovrin_host/services.h"
+#include "dovrin_host/variables.h"
 #include "printers.h"
 
 namespace dovrin_host {
@@ -142,9 +141,9 @@ TEST_F(SystemVariablesTest, VariablesOfAComponentAppearWhenItIsShown) {
   const int owner = 0;
   EXPECT_TRUE(variables_.add(size_variable(&size_), &owner));
   EXPECT_FALSE(variables_.get("tests.size").ok());
-  variables_.show(&owner);
+  variables_.publish(&owner);
   EXPECT_TRUE(variables_.get("tests.size").ok());
-  variables_.hide(&owner);
+  variables_.unpublish(&owner);
   EXPECT_FALSE(variables_.set("tests.size", 2048LL).ok());
   variables_.drop(&owner);
   EXPECT_TRUE(variables_.add(size_variable(&size_), nullptr));

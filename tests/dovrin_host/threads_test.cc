@@ -12,9 +12,8 @@
 #include <thread>
 #include <vector>
 
-#include "dovrin_host/log_services.h"
-#include "dovrin_host/registration_services.h"
 #include "dovrin_host/server.h"
+#include "dovrin_host/services.h"
 #include "records.h"
 
 namespace dovrin_host {
@@ -88,7 +87,7 @@ TEST(ServerThreadsTest, InstancesWorkWhileOthersTryToUninstall) {
       }
       const auto instance = server().open_function("value", {});
       if (instance.ok()) {
-        EXPECT_EQ(instance.value()->integer_row({}).value, 1);
+        EXPECT_EQ(instance.value()->row({}), integer_result(1));
       } else {
         EXPECT_EQ(instance.message(), "The function 'value' is not installed.");
       }
@@ -104,7 +103,7 @@ TEST(ServerThreadsTest, LeasesShareOneComponent) {
       ASSERT_TRUE(lease.ok()) << lease.message();
       const auto instance = server().open_function("value", {});
       ASSERT_TRUE(instance.ok()) << instance.message();
-      EXPECT_EQ(instance.value()->integer_row({}).value, 1);
+      EXPECT_EQ(instance.value()->row({}), integer_result(1));
     }
   });
   EXPECT_TRUE(server().components().empty());

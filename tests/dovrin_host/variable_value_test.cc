@@ -1,11 +1,11 @@
-#include "dovrin_host/variable_value.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
 #include <limits>
 #include <optional>
 #include <string>
+
+#include "dovrin_host/variables.h"
 
 namespace dovrin_host {
 namespace {

@@ -34,17 +34,11 @@ int deinit() {
   return failed == 0 && was_registered != 0 ? 0 : 1;
 }
 
-const Dovrin_metadata metadata[] = {
-    {"dovrin.author", "the tests"},
-    {"dovrin.license", "none"},
-    {nullptr, nullptr},
-};
-
 const Dovrin_component descriptor{
     COMPONENT_NAME,
     test_component::no_provided_services,
     test_component::registration_services,
-    metadata,
+    test_component::no_metadata,
     &init,
     &deinit,
 };

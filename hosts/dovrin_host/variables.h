@@ -1,11 +1,12 @@
 // The system variables that components have registered: reading and setting them.
 
-#ifndef DOVRIN_HOST_SYSTEM_VARIABLES_H
-#define DOVRIN_HOST_SYSTEM_VARIABLES_H
+#ifndef DOVRIN_HOST_VARIABLES_H
+#define DOVRIN_HOST_VARIABLES_H
 
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -13,11 +14,52 @@
 #include <vector>
 
 #include "dovrin/system_variable.h"
-#include "dovrin_host/owner.h"
+#include "dovrin_host/registrations.h"
 #include "dovrin_host/result.h"
-#include "dovrin_host/variable_value.h"
 
 namespace dovrin_host {
+
+// As the SQL engine has it.
+using Setting = std::variant<bool, long long, double, std::string>;
+
+// The value as an integer: a boolean is 0 or 1, a real must be whole, a text must be a decimal
+// integer from end to end. Nothing if it has none of 64 bits.
+std::optional<long long> integer_form(const Setting &setting);
+
+// The value as a boolean: the integers 0 and 1, or the texts ON, OFF, TRUE, FALSE, 1, 0 in any
+// letter case. Nothing else.
+std::optional<bool> boolean_form(const Setting &setting);
+
+// The value as a person reads it.
+std::string text_form(const Setting &setting);
+
+// The record through which a component's check callback reads a setting. It borrows the setting.
+class Value_record {
+ public:
+  explicit Value_record(const Setting &setting) noexcept;
+  Value_record(const Value_record &) = delete;
+  Value_record &operator=(const Value_record &) = delete;
+  ~Value_record() = default;
+
+  // Valid as long as this object.
+  st_dovrin_value *get() noexcept { return &layout_.operations; }
+
+ private:
+  // The operations come first, so that they find the setting from the address they are given.
+  struct Layout {
+    st_dovrin_value operations;
+    const Setting *setting;
+  };
+
+  static const Setting &setting_of(st_dovrin_value *value) noexcept;
+  static int value_type(st_dovrin_value *value) noexcept;
+  static const char *val_str(st_dovrin_value *value, char *buffer, int *length) noexcept;
+  static int val_real(st_dovrin_value *value, double *out) noexcept;
+  static int val_int(st_dovrin_value *value, long long *out) noexcept;
+  static int is_unsigned(st_dovrin_value *value) noexcept;
+
+  Layout layout_;
+};
 
 // A boolean's or an integer's value.
 using Variable_value = std::variant<bool, long long>;
@@ -58,13 +100,13 @@ struct Variable_info {
   bool operator==(const Variable_info &) const = default;
 };
 
-// Any thread may call anything at any time. Sets, and reads beside them, wait for each other. A
-// component's callback may read variables and report to the error log; it may not set or withdraw
-// one.
+// Names are compared byte by byte. Any thread may call anything at any time. Sets, and reads beside
+// them, wait for each other. A component's callback may read variables and report to the error log;
+// it may not set or unregister one.
 class System_variables {
  public:
   // False if the name is taken or the definition lacks a name or storage. The value in the storage
-  // is left as it is. A variable with an owner can be used once the owner is shown.
+  // is left as it is. A variable with an owner can be used after publish(owner).
   bool add(Variable_definition definition, Owner owner);
 
   // Waits for a set that is under way. False if the variable is unknown, or if its own callback
@@ -82,8 +124,8 @@ class System_variables {
   std::vector<Variable_info> list() const;
 
   // Lets everybody use what `owner` registered, or nobody any more.
-  void show(Owner owner);
-  void hide(Owner owner);
+  void publish(Owner owner);
+  void unpublish(Owner owner);
 
   // Forgets whatever `owner` left behind.
   void drop(Owner owner);
@@ -99,9 +141,9 @@ class System_variables {
   mutable std::mutex set_mutex_;
   std::atomic<std::thread::id> setting_thread_{};
   mutable std::mutex entries_mutex_;  // guards the entries
-  Owned_entries<const Variable_definition> variables_;
+  Registrations<const Variable_definition> variables_;
 };
 
 }  // namespace dovrin_host
 
-#endif  // DOVRIN_HOST_SYSTEM_VARIABLES_H
+#endif  // DOVRIN_HOST_VARIABLES_H

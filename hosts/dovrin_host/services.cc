@@ -1,15 +1,29 @@
-#include "dovrin_host/registration_services.h"
+#include "dovrin_host/services.h"
 
+#include <algorithm>
+#include <array>
+#include <cstring>
 #include <exception>
 #include <optional>
 #include <string>
 #include <utility>
 
-#include "dovrin_host/owner.h"
-#include "dovrin_host/server.h"
-
 namespace dovrin_host {
 namespace {
+
+struct Service {
+  const char *name;
+  const void *table;
+};
+
+constexpr std::array services{
+    Service{"registry", &registry_table},
+    Service{"component_sys_variable_register", &sys_variable_register_table},
+    Service{"component_sys_variable_unregister", &sys_variable_unregister_table},
+    Service{"log_builtins", &log_builtins_table},
+    Service{"log_builtins_string", &log_builtins_string_table},
+    Service{"udf_registration", &udf_registration_table},
+};
 
 constexpr int done = 0;
 constexpr int refused = 1;
@@ -40,7 +54,46 @@ std::string full_name(const char *component, const char *name) {
 
 }  // namespace
 
-// C functions: nothing passes out of them but their results, and lack of memory is a refusal.
+Service_state &service_state() {
+  static auto *const state = new Service_state;
+  return *state;
+}
+
+extern "C" {
+
+static int acquire(const char *name, void **handle) noexcept {
+  if (name == nullptr || handle == nullptr) {
+    return refused;
+  }
+  const auto *const service = std::ranges::find_if(
+      services, [&](const Service &entry) { return std::strcmp(entry.name, name) == 0; });
+  if (service == services.end()) {
+    return refused;
+  }
+  // A component reads its tables only; the interface's handles are not const.
+  *handle = const_cast<void *>(service->table);
+  return done;
+}
+
+// Every service has one implementation, so the relation decides nothing.
+static int acquire_related(const char *name, void * /*related*/, void **handle) noexcept {
+  return acquire(name, handle);
+}
+
+static int release(void *handle) noexcept { return is_own_handle(handle) ? done : refused; }
+
+}  // extern "C"
+
+const Dovrin_registry registry_table{
+    .acquire = acquire,
+    .acquire_related = acquire_related,
+    .release = release,
+};
+
+bool is_own_handle(const void *handle) noexcept {
+  return std::ranges::any_of(services, [&](const Service &entry) { return entry.table == handle; });
+}
+
 extern "C" {
 
 static int udf_register(const char *name, Item_result result_type, Udf_func_any row,
@@ -49,7 +102,7 @@ static int udf_register(const char *name, Item_result result_type, Udf_func_any 
     return refused;
   }
   const bool added =
-      Server::instance().functions().add({name, result_type, row, init, deinit}, current_owner());
+      service_state().functions.add({name, result_type, row, init, deinit}, Owner_scope::current());
   return added ? done : refused;
 } catch (const std::exception &) {
   return refused;
@@ -58,7 +111,7 @@ static int udf_register(const char *name, Item_result result_type, Udf_func_any 
 static int udf_unregister(const char *name, int *was_registered) noexcept try {
   using Removal = Function_registry::Removal;
   const Removal removal =
-      name != nullptr ? Server::instance().functions().remove(name) : Removal::unknown;
+      name != nullptr ? service_state().functions.remove(name) : Removal::unknown;
   if (was_registered != nullptr) {
     *was_registered = removal == Removal::unknown ? 0 : 1;
   }
@@ -82,7 +135,7 @@ static int register_variable(const char *component, const char *name, int type_f
   definition->check = check;
   definition->update = update;
   definition->storage = storage;
-  const bool added = Server::instance().variables().add(std::move(*definition), current_owner());
+  const bool added = service_state().variables.add(std::move(*definition), Owner_scope::current());
   return added ? done : refused;
 } catch (const std::exception &) {
   return refused;
@@ -92,7 +145,7 @@ static int unregister_variable(const char *component, const char *name) noexcept
   if (component == nullptr || name == nullptr) {
     return refused;
   }
-  return Server::instance().variables().remove(full_name(component, name)) ? done : refused;
+  return service_state().variables.remove(full_name(component, name)) ? done : refused;
 } catch (const std::exception &) {
   return refused;
 }

@@ -1,4 +1,4 @@
-#include "dovrin_host/function_instance.h"
+#include "dovrin_host/functions.h"
 
 #include <openssl/crypto.h>
 
@@ -17,15 +17,109 @@ char *empty_text() {
   return text;
 }
 
-bool travels_as_bytes(Item_result type) { return type != INT_RESULT && type != REAL_RESULT; }
-
 bool needs_copy(const Argument &argument) {
-  return travels_as_bytes(argument.type()) && !argument.is_null() && !argument.is_terminated();
+  return argument.type() == STRING_RESULT && !argument.is_null() && !argument.is_terminated();
 }
 
 }  // namespace
 
-// Wipes the copies of one row's arguments, whichever way the row ends.
+Function_pin::Function_pin(std::shared_ptr<Registered_function> function) noexcept
+    : function_{std::move(function)} {
+  if (function_) {
+    ++function_->open_instances;
+  }
+}
+
+Function_pin &Function_pin::operator=(Function_pin &&other) noexcept {
+  if (this != &other) {
+    release();
+    function_ = std::move(other.function_);
+  }
+  return *this;
+}
+
+Function_pin::~Function_pin() { release(); }
+
+void Function_pin::release() noexcept {
+  if (function_) {
+    --function_->open_instances;
+    function_.reset();
+  }
+}
+
+bool Function_registry::add(Function_definition definition, Owner owner) {
+  const bool known_shape =
+      definition.result_type == STRING_RESULT || definition.result_type == INT_RESULT;
+  if (definition.name.empty() || definition.row == nullptr || !known_shape) {
+    return false;
+  }
+  auto function = std::make_shared<Registered_function>();
+  function->definition = std::move(definition);
+
+  const std::lock_guard lock{mutex_};
+  std::string name = function->definition.name;
+  return functions_.add(std::move(name), owner, std::move(function));
+}
+
+Function_registry::Removal Function_registry::remove(std::string_view name) {
+  const std::lock_guard lock{mutex_};
+  const std::shared_ptr<Registered_function> function = functions_.find(name);
+  if (!function) {
+    return Removal::unknown;
+  }
+  if (function->open_instances > 0) {
+    return Removal::in_use;
+  }
+  functions_.erase(name);
+  return Removal::removed;
+}
+
+Function_pin Function_registry::pin(std::string_view name) {
+  const std::lock_guard lock{mutex_};
+  return Function_pin{functions_.find_published(name)};
+}
+
+std::vector<Function_info> Function_registry::list() const {
+  const std::lock_guard lock{mutex_};
+  std::vector<Function_info> functions;
+  functions_.for_each_published([&](const Registered_function &function) {
+    functions.push_back({function.definition.name, function.definition.result_type});
+  });
+  return functions;
+}
+
+void Function_registry::publish(Owner owner) {
+  const std::lock_guard lock{mutex_};
+  functions_.publish(owner);
+}
+
+std::size_t Function_registry::unpublish_unless_open(Owner owner) {
+  const std::lock_guard lock{mutex_};
+  const std::size_t open = count_open(owner);
+  if (open == 0) {
+    functions_.unpublish(owner);
+  }
+  return open;
+}
+
+std::size_t Function_registry::open_instances(Owner owner) const {
+  const std::lock_guard lock{mutex_};
+  return count_open(owner);
+}
+
+void Function_registry::drop(Owner owner) {
+  const std::lock_guard lock{mutex_};
+  functions_.erase_all(owner);
+}
+
+std::size_t Function_registry::count_open(Owner owner) const {
+  std::size_t open = 0;
+  functions_.for_each_of(
+      owner, [&](const Registered_function &function) { open += function.open_instances; });
+  return open;
+}
+
+// Scope guard: wipes the copies of one row's arguments.
 class Function_instance::Copies_guard {
  public:
   explicit Copies_guard(Function_instance &instance) : instance_{instance} {}
@@ -46,7 +140,7 @@ class Function_instance::Copies_guard {
 };
 
 Result<std::unique_ptr<Function_instance>> Function_instance::open(
-    Function_use function, std::span<const Item_result> types) {
+    Function_pin function, std::span<const Item_result> types) {
   if (!function) {
     return Status::failure("The function is not installed.");
   }
@@ -58,7 +152,7 @@ Result<std::unique_ptr<Function_instance>> Function_instance::open(
   return instance;
 }
 
-Function_instance::Function_instance(Function_use function, std::span<const Item_result> types)
+Function_instance::Function_instance(Function_pin function, std::span<const Item_result> types)
     : function_{std::move(function)},
       types_{types.begin(), types.end()},
       argument_types_{types_},
@@ -100,44 +194,53 @@ bool Function_instance::accepts(std::span<const Argument> arguments) const {
   return std::ranges::equal(arguments, types_, {}, &Argument::type);
 }
 
-Row_value<std::string_view> Function_instance::string_row(std::span<const Argument> arguments) {
-  if (result_type() == INT_RESULT || !accepts(arguments)) {
-    return {.is_null = true, .error = true};
+Row_result Function_instance::row(std::span<const Argument> arguments) {
+  if (!accepts(arguments)) {
+    return error("was opened for arguments of other types");
   }
   wipe_copies();
   Copies_guard guard{*this};
   fill_arguments(arguments);
 
+  const Row_result result = result_type() == INT_RESULT ? integer_row() : string_row();
+  if (result.kind == Row_result::Kind::string && holds_in_copies(result.text.data())) {
+    guard.keep();
+  }
+  return result;
+}
+
+Row_result Function_instance::string_row() {
   const auto row = reinterpret_cast<Udf_func_string>(function_.definition().row);
   unsigned long length = result_capacity;
   unsigned char is_null = 0;
-  unsigned char error = 0;
-  const char *const bytes = row(&instance_, &args_, result_.data(), &length, &is_null, &error);
-  if (bytes == nullptr || is_null != 0 || error != 0) {
-    return {.is_null = true, .error = error != 0};
+  unsigned char failed = 0;
+  const char *const bytes = row(&instance_, &args_, result_.data(), &length, &is_null, &failed);
+  if (failed != 0) {
+    return error("reported an error");
   }
-  if (holds_in_copies(bytes)) {
-    guard.keep();
+  if (bytes == nullptr || is_null != 0) {
+    return {};
   }
-  return {.value = {bytes, length}};
+  return {.kind = Row_result::Kind::string, .text = {bytes, length}};
 }
 
-Row_value<long long> Function_instance::integer_row(std::span<const Argument> arguments) {
-  if (result_type() != INT_RESULT || !accepts(arguments)) {
-    return {.is_null = true, .error = true};
-  }
-  wipe_copies();
-  const Copies_guard guard{*this};
-  fill_arguments(arguments);
-
+Row_result Function_instance::integer_row() {
   const auto row = reinterpret_cast<Udf_func_longlong>(function_.definition().row);
   unsigned char is_null = 0;
-  unsigned char error = 0;
-  const long long value = row(&instance_, &args_, &is_null, &error);
-  if (is_null != 0 || error != 0) {
-    return {.is_null = true, .error = error != 0};
+  unsigned char failed = 0;
+  const long long value = row(&instance_, &args_, &is_null, &failed);
+  if (failed != 0) {
+    return error("reported an error");
   }
-  return {.value = value};
+  if (is_null != 0) {
+    return {};
+  }
+  return {.kind = Row_result::Kind::integer, .integer = value};
+}
+
+Row_result Function_instance::error(const char *what) {
+  error_ = "The function " + name() + ' ' + what + '.';
+  return {.kind = Row_result::Kind::error, .text = error_};
 }
 
 void Function_instance::fill_arguments(std::span<const Argument> arguments) {
