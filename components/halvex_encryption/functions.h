@@ -2,10 +2,15 @@
 //
 // What holds for all of them:
 // - init refuses a wrong number or type of arguments with a message that the user sees, and makes
-//   the result buffer; it never changes the argument types. deinit wipes and frees the buffer, also
-//   after a refusal.
-// - A row callback never raises an SQL error. Whatever fails gives SQL NULL, and a record in the
-//   error log says why; where nothing is reported, the comment says so. An exception from copying a
+//   the result buffer, an array of chars in `initid->ptr`; it never changes the argument types.
+//   deinit wipes and frees it, also after a refusal. The server may put an array of its own there,
+//   made with new char[], or free the buffer itself and leave null.
+// - `initid->max_length` is trusted to be at most the size of the array at `initid->ptr`: row
+//   callbacks write up to that many bytes, and deinit wipes them.
+// - A row callback never raises an SQL error. Whatever fails gives SQL NULL and a record in the
+// error
+//   log; the calls without a record are listed at asymmetric_verify and create_digest. When OpenSSL
+//   is out of memory, asymmetric_verify may have none either. An exception from copying a
 //   string (std::bad_alloc) goes on to the server after `*is_null` is set and the OpenSSL queue is
 //   cleared.
 // - The algorithm is "RSA" in any letter case. Keys are PEM text. A result lies in `initid->ptr`
@@ -63,7 +68,7 @@ class HX_functions {
   //                   digest_type string) -> 1 or NULL, never 0
   // While rsa_support_legacy_padding is on, a signature that is not accepted is tried again as
   // RSASSA-PKCS1-v1_5 with `content` as the digest itself, leniently: only an error of OpenSSL
-  // fails then.
+  // fails then. Without a record fail: an unknown digest type, a private key, empty content.
   static bool verify_init(UDF_INIT *initid, UDF_ARGS *args, char *message);
   static long long verify(UDF_INIT *initid, UDF_ARGS *args, unsigned char *is_null,
                           unsigned char *error);
@@ -75,7 +80,9 @@ class HX_functions {
   static char *digest(UDF_INIT *initid, UDF_ARGS *args, char *result, unsigned long *length,
                       unsigned char *is_null, unsigned char *error);
 
-  // Wipes and frees the result buffer of any string function, if there is one.
+  // Wipes the first `max_length` bytes at `initid->ptr`, 12800 at most, releases the array with
+  // delete[] and stores null; does nothing more if there is none. Bytes that the server excludes by
+  // lowering `max_length` after a row are not wiped.
   static void string_function_deinit(UDF_INIT *initid) noexcept;
 
   // Upper-cases `name` in place and says which algorithm it names.

@@ -52,7 +52,10 @@ constinit bool rsa_support_legacy_padding_value = false;
     make_legacy_digests();
 
 bool legacy_padding_is_supported() noexcept {
-  return std::atomic_ref{rsa_support_legacy_padding_value}.load(std::memory_order_relaxed);
+  // As a byte, because the server may write any non-zero value, which reading a bool does not
+  // allow.
+  auto &byte = reinterpret_cast<unsigned char &>(rsa_support_legacy_padding_value);
+  return std::atomic_ref{byte}.load(std::memory_order_relaxed) != 0;
 }
 
 int RSA_system_variables_data::check(THD * /*thread*/, SYS_VAR * /*variable*/, void *save,
@@ -202,7 +205,7 @@ bool RSA_legacy_verifier::verify(const unsigned char *message, std::uint64_t mes
       EVP_PKEY_CTX_set_signature_md(pkey_ctx.get(), digest->second) <= 0) {
     return true;
   }
-  // A result of 0, a signature that does not match, passes: meant, and what legacy callers rely on.
+  // Intentional: 0, a signature that does not match, passes; kept for compatibility.
   return EVP_PKEY_verify(pkey_ctx.get(), signature, signature_length, message, message_length) < 0;
 }
 

@@ -81,6 +81,7 @@ TEST_P(Init, RefusalLeavesNoBufferAndDeinitDoesNotFail) {
   Call_site of_type(function(), with_type(GetParam().arguments, 0, INT_RESULT));
   EXPECT_EQ(of_type.instance().ptr, nullptr);
   EXPECT_EQ(of_type.instance().max_length, Call_site::unset_length);
+  EXPECT_EQ(of_type.instance().maybe_null, GetParam().result_type == INT_RESULT) << "untouched";
 }
 
 TEST_P(Init, PreparesTheResultBuffer) {

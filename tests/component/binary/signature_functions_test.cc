@@ -124,6 +124,17 @@ TEST_F(SignatureFunctions, BufferThatTheServerDeclaredShorterIsReportedAtItsOwnL
   EXPECT_FALSE(site.row().is_null);
 }
 
+TEST_F(SignatureFunctions, NulFollowsTheSignatureUnlessItFillsTheBuffer) {
+  Call_site site(server.function("asymmetric_sign"), {"RSA", "message", private_key, "SHA256"});
+  site.instance().ptr[256] = 'x';
+  site.instance().max_length = 256;
+  ASSERT_EQ(site.row().bytes.size(), 256U);
+  EXPECT_EQ(site.instance().ptr[256], 'x');
+  site.instance().max_length = 257;
+  ASSERT_EQ(site.row().bytes.size(), 256U);
+  EXPECT_EQ(site.instance().ptr[256], '\0');
+}
+
 TEST_F(SignatureFunctions, EcAndDsaKeysSignInTheirOwnWay) {
   for (const std::string kind : {"ec-p256", "dsa2048"}) {
     const Row_result row = sign("message", fixture(kind + ".pem")).row;
@@ -283,6 +294,18 @@ TEST_F(LegacyVerification, UnreadableKeyIsReportedOncePerAttempt) {
 // A negative result: a signature that is not DER, over content of the digest's length.
 TEST_F(LegacyVerification, NegativeResultOfOpensslIsNull) {
   EXPECT_THAT(verify(content, "not DER", fixture("ec-p256-public.pem")), IsSqlNull());
+}
+
+// The switch is one byte that the server writes.
+TEST_F(LegacyVerification, AnyNonZeroByteIsOn) {
+  auto *const storage =
+      static_cast<unsigned char *>(server.variable("rsa_support_legacy_padding").storage);
+  for (const int byte : {2, 128, 255}) {
+    *storage = static_cast<unsigned char>(byte);
+    EXPECT_THAT(verify(content, signature, public_key), IsAccepted()) << byte;
+  }
+  *storage = 0;
+  EXPECT_THAT(verify(content, signature, public_key), IsSqlNull());
 }
 
 TEST_F(LegacyVerification, SettingIsReadForEveryRow) {

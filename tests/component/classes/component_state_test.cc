@@ -1,7 +1,8 @@
 // The component's registration against its own callbacks and storage, and the callbacks of the key
 // size variable.
 
-#include <cstdlib>
+#include <atomic>
+#include <thread>
 
 #include "classes/class_test.h"
 #include "halvex_encryption/functions.h"
@@ -84,6 +85,33 @@ TEST_F(ComponentState, AcceptedValueChangesNothingBeforeTheUpdate) {
   EXPECT_EQ(rsa::maximum_rsa_key_size_current.load(), 4096);
   rsa::RSA_system_variables_data::update(nullptr, nullptr, nullptr, &cell);
   EXPECT_EQ(rsa::maximum_rsa_key_size_value, 8192);
+}
+
+TEST_F(ComponentState, UpdateNeedsNoStorageAddress) {
+  auto *cell = new long long{8192};
+  rsa::RSA_system_variables_data::update(nullptr, nullptr, nullptr, &cell);
+  EXPECT_EQ(rsa::maximum_rsa_key_size_value, 8192);
+  EXPECT_EQ(rsa::maximum_rsa_key_size_current.load(), 8192);
+}
+
+// Values only grow here, so a reader of the copy and then the storage never finds the copy ahead.
+TEST_F(ComponentState, UpdateInstallsTheStorageBeforeThePublishedCopy) {
+  constexpr int last = 200000;
+  std::thread writer([] {
+    for (int bits = 4097; bits <= last; ++bits) {
+      auto *cell = new long long{bits};
+      rsa::RSA_system_variables_data::update(nullptr, nullptr, nullptr, &cell);
+    }
+  });
+  int times_ahead = 0;
+  int current = 0;
+  while (current < last) {
+    current = rsa::maximum_rsa_key_size_current.load();
+    const int stored = std::atomic_ref{rsa::maximum_rsa_key_size_value}.load();
+    times_ahead += current > stored ? 1 : 0;
+  }
+  writer.join();
+  EXPECT_EQ(times_ahead, 0);
 }
 
 // A key may be made up to the published copy; the message shows the storage.

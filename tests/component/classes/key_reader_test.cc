@@ -1,6 +1,7 @@
 // Key_reader and rsa::pkcs1_key_reader.
 
 #include <openssl/err.h>
+#include <sys/mman.h>
 
 #include <stdexcept>
 
@@ -85,6 +86,10 @@ TEST_F(KeyReader, WordsBehindTheBlockCountToo) {
   EXPECT_TRUE(read(std::string("\0 PRIVATE KEY", 13)).is_private);
 }
 
+TEST_F(KeyReader, WordsFarBehindTheBlockCountToo) {
+  EXPECT_TRUE(read(std::string(1000000, ' ') + "PRIVATE KEY").is_private);
+}
+
 TEST_F(KeyReader, LowerCaseOrIncompleteWordsDoNotCountAsPrivate) {
   for (const char *words : {"private key\n", "PRIVATE KE\n", "PRIVATE  KEY\n", "Private Key\n"}) {
     const Key_reader reader = read(words + fixture("rsa2048-public.pem"));
@@ -164,6 +169,30 @@ TEST_F(KeyReader, TakesWhateverTheFallbackStores) {
   ASSERT_NE(reader.key, nullptr);
   EXPECT_EQ(EVP_PKEY_get_bits(reader.key.get()), 3072);
   EXPECT_THAT(server.records(), IsEmpty());
+}
+
+// Reads this many zero bytes; they take memory only where the component copies them.
+TEST_F(KeyReader, FallbackGetsALengthBeyond31Bits) {
+  constexpr std::uint64_t length = (1ULL << 31) + 10;
+  void *const text =
+      mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  ASSERT_NE(text, MAP_FAILED);
+  std::uint64_t seen_length = 0;
+  const Key_reader reader(
+      "f", "RSA", static_cast<const char *>(text), length,
+      [&](EVP_PKEY ** /*key*/, const char * /*pem*/, std::uint64_t given) { seen_length = given; });
+  EXPECT_EQ(munmap(text, length), 0);
+  EXPECT_EQ(seen_length, length);
+}
+
+TEST(MemoryStream, NarrowsTheLengthToAnInt) {
+  const char *text = "text\0 and more";
+  const auto stream_size = [&](std::uint64_t length) {
+    return BIO_pending(halvex_encryption::memory_stream(text, length).get());
+  };
+  EXPECT_EQ(stream_size(14), 14);
+  EXPECT_EQ(stream_size((1ULL << 32) + 14), 14);
+  EXPECT_EQ(stream_size(1ULL << 32), 0);
 }
 
 TEST_F(KeyReader, NullTextOfSomeLengthIsALogicError) {

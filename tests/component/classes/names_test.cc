@@ -1,5 +1,11 @@
 // Function_metadata, HX_functions::get_algorithm and get_digest_mode.
 
+#include <clocale>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
+
 #include "classes/class_test.h"
 #include "halvex_encryption/algorithm_implementation.h"
 #include "halvex_encryption/functions.h"
@@ -23,6 +29,58 @@ TEST(FunctionMetadata, UpperCasesItsCopyOfTheAlgorithmAlone) {
 
 TEST(FunctionMetadata, KeepsNulBytes) {
   EXPECT_EQ(Function_metadata("f", std::string("a\0b", 3)).algorithm, std::string("A\0B", 3));
+}
+
+// A locale of one-byte letters in which \xe4 is the small letter of \xc4 and \xff that of \xdf, in
+// force on this thread.
+class Eight_bit_locale {
+ public:
+  Eight_bit_locale() {
+    std::ofstream charmap(folder_ / "charmap");
+    charmap << "CHARMAP\n" << std::hex << std::uppercase << std::setfill('0');
+    for (int byte = 0; byte < 256; ++byte) {
+      charmap << "<U" << std::setw(4) << byte << "> \\x" << std::setw(2) << byte << '\n';
+    }
+    charmap << "END CHARMAP\n";
+    charmap.close();
+    std::ofstream(folder_ / "source") << "LC_CTYPE\ntoupper (<U0061>,<U0041>);"
+                                         "(<U00E4>,<U00C4>);(<U00FF>,<U00DF>)\nEND LC_CTYPE\n";
+    const std::string command =
+        "cd " + folder_.string() + " && localedef -c --quiet -f ./charmap -i ./source ./eight_bit";
+    static_cast<void>(std::system(command.c_str()));  // 1 for its warnings
+    setenv("LOCPATH", folder_.c_str(), 1);
+    locale_ = newlocale(LC_CTYPE_MASK, "eight_bit", nullptr);
+    previous_ = uselocale(locale_);
+  }
+  ~Eight_bit_locale() {
+    uselocale(previous_);
+    if (locale_ != nullptr) {
+      freelocale(locale_);
+    }
+    unsetenv("LOCPATH");
+    std::filesystem::remove_all(folder_);
+  }
+  Eight_bit_locale(const Eight_bit_locale &) = delete;
+  Eight_bit_locale &operator=(const Eight_bit_locale &) = delete;
+
+  [[nodiscard]] bool is_compiled() const { return locale_ != nullptr; }
+
+ private:
+  static std::filesystem::path make_folder() {
+    std::string path = std::filesystem::temp_directory_path() / "halvex_locale_XXXXXX";
+    return mkdtemp(path.data());
+  }
+
+  const std::filesystem::path folder_ = make_folder();
+  locale_t locale_ = nullptr;
+  locale_t previous_ = nullptr;
+};
+
+// A byte is taken as a signed character, so \xff is the number -1, which toupper leaves alone.
+TEST(FunctionMetadata, UpperCasesByTheThreadsLocaleWithSignedBytes) {
+  const Eight_bit_locale locale;
+  ASSERT_TRUE(locale.is_compiled());
+  EXPECT_EQ(Function_metadata("f", "a\xe4\xff").algorithm, "A\xc4\xff");
 }
 
 TEST(GetAlgorithm, KnowsRsaInAnyCaseAndChangesTheCallersString) {

@@ -227,6 +227,16 @@ TEST_F(SystemVariablesList, RefusedWithdrawalIsReportedKeptAndRetriedAlone) {
   EXPECT_FALSE(list.unregister());
 }
 
+TEST_F(SystemVariablesList, KeepsItsOwnCopyOfTheName) {
+  System_variables_list list("component");
+  std::string name = "one";
+  EXPECT_FALSE(add(list, name.c_str()));
+  name = "two";
+  server.forget_calls();
+  EXPECT_FALSE(list.unregister());
+  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_variable component.one"));
+}
+
 TEST_F(SystemVariablesList, DestructorWithdraws) {
   {
     System_variables_list list("component");

@@ -1,7 +1,11 @@
 // Which OpenSSL calls the shipped component makes, in which order, and what it frees.
 
+#include <memory>
+#include <new>
+
 #include "openssl_calls/openssl_watch.h"
 #include "peer.h"
+#include "reliability/sanitizers.h"
 #include "support/component_test.h"
 #include "support/elf_symbols.h"
 
@@ -76,14 +80,16 @@ TEST(OpensslImports, DoNotHoldTheDigestThatIsNeverAskedFor) {
   }
 }
 
-TEST(LoadingCalls, LegacyDigestsComeFirstThenTheDigestBufferSize) {
+// Unloading runs the destructors in the reverse order of their registrations.
+TEST(LoadingCalls, BothListsComeFirstThenTheLegacyDigestsThenTheDigestBufferSize) {
   const Fake_server server;
   const Openssl_watch watch;
   const Loaded_component component;
-  EXPECT_THAT(watch.calls(),
-              ElementsAre("EVP_sha224 -> SHA224", "EVP_sha256 -> SHA256", "EVP_sha384 -> SHA384",
-                          "EVP_sha512 -> SHA512", "EVP_sha3_512 -> SHA3-512",
-                          "EVP_MD_get_size SHA3-512 -> 64"));
+  EXPECT_THAT(
+      watch.calls(),
+      ElementsAre("__cxa_atexit", "__cxa_atexit", "EVP_sha224 -> SHA224", "EVP_sha256 -> SHA256",
+                  "EVP_sha384 -> SHA384", "EVP_sha512 -> SHA512", "__cxa_atexit",
+                  "EVP_sha3_512 -> SHA3-512", "EVP_MD_get_size SHA3-512 -> 64"));
 }
 
 TEST(LoadingCalls, InitAndDeinitMakeNone) {
@@ -108,6 +114,19 @@ TEST(LoadingCalls, TheDigestBufferIsAsLargeAsOpensslSaysAtLoad) {
     EXPECT_THAT(site.row({"SHA512", "abc"}), IsSqlNull());
     EXPECT_THAT(server.records(), IsEmpty());
   }
+  drain_error_queue();
+}
+
+TEST(LoadingCalls, DigestBufferOfANegativeSizeIsAnExceptionOfInit) {
+  if (reliability::under_address_sanitizer) {
+    GTEST_SKIP() << "the sanitizer ends the process instead of throwing";
+  }
+  const Fake_server server;
+  Openssl_watch watch(Forced_failure{"EVP_MD_get_size", 1, -1});
+  Loaded_component component;
+  ASSERT_EQ(component.init(), 0);
+  ASSERT_TRUE(watch.failed());
+  EXPECT_THROW(Call_site(server.function("create_digest"), {"SHA256", "abc"}), std::bad_alloc);
   drain_error_queue();
 }
 
@@ -352,17 +371,55 @@ TEST_F(OpensslCalls, UnsupportedAlgorithmReadsNoKeyAndOnlyClearsTheQueue) {
   }
 }
 
-TEST_F(OpensslCalls, DeinitWipesTheWholeResultBufferWhateverTheServerDidToMaxLength) {
-  for (const auto &[function, arguments, size] :
-       std::vector<std::tuple<std::string, std::vector<Argument>, std::string>>{
-           {"create_digest", {"SHA256", "abc"}, "64"},
-           {"asymmetric_decrypt", {"RSA", "data", private_key}, "12800"}}) {
-    auto site = std::make_unique<Call_site>(server.function(function), arguments);
-    site->instance().max_length = 1;
+// --- the result buffer
+
+// What deinit asks of OpenSSL after a server has changed the function instance.
+class ResultBuffer : public OpensslCalls {
+ protected:
+  Calls calls_of_deinit() {
     const Openssl_watch watch;
     site.reset();
-    EXPECT_THAT(watch.calls(), ElementsAre("OPENSSL_cleanse data " + size)) << function;
+    return watch.calls();
   }
+
+  std::unique_ptr<Call_site> site = nullptr;
+};
+
+TEST_F(ResultBuffer, IsWipedWholeByDeinit) {
+  site = std::make_unique<Call_site>(server.function("create_digest"),
+                                     std::vector<Argument>{"SHA256", "abc"});
+  EXPECT_THAT(calls_of_deinit(), ElementsAre("OPENSSL_cleanse data 64"));
+  site = std::make_unique<Call_site>(server.function("asymmetric_decrypt"),
+                                     std::vector<Argument>{"RSA", "data", private_key});
+  EXPECT_THAT(calls_of_deinit(), ElementsAre("OPENSSL_cleanse data 12800"));
+}
+
+TEST_F(ResultBuffer, IsWipedUpToMaxLengthAndNeverBeyondItsOwnSize) {
+  for (const auto &[max_length, wiped] : std::vector<std::pair<unsigned long, std::string>>{
+           {0, "0"}, {255, "255"}, {12800, "12800"}, {12801, "12800"}, {~0UL, "12800"}}) {
+    site = std::make_unique<Call_site>(server.function("asymmetric_decrypt"),
+                                       std::vector<Argument>{"RSA", "data", private_key});
+    site->instance().max_length = max_length;
+    EXPECT_THAT(calls_of_deinit(), ElementsAre("OPENSSL_cleanse data " + wiped));
+  }
+}
+
+TEST_F(ResultBuffer, MayBeReplacedByAnArrayOfTheServer) {
+  site = std::make_unique<Call_site>(server.function("create_digest"),
+                                     std::vector<Argument>{"SHA256", "abc"});
+  delete[] site->instance().ptr;
+  site->instance().ptr = new char[32];
+  site->instance().max_length = 32;
+  EXPECT_EQ(site->row().bytes, peer_digest("SHA256", "abc"));
+  EXPECT_THAT(calls_of_deinit(), ElementsAre("OPENSSL_cleanse data 32"));
+}
+
+TEST_F(ResultBuffer, MayBeReleasedByTheServer) {
+  site = std::make_unique<Call_site>(server.function("create_digest"),
+                                     std::vector<Argument>{"SHA256", "abc"});
+  delete[] site->instance().ptr;
+  site->instance().ptr = nullptr;
+  EXPECT_THAT(calls_of_deinit(), IsEmpty());
 }
 
 }  // namespace

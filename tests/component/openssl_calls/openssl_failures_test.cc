@@ -11,6 +11,7 @@
 namespace halvex_test {
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
@@ -116,6 +117,11 @@ class OpensslFailure : public Component_test, public ::testing::WithParamInterfa
   OpensslFailure() { drain_error_queue(); }
 };
 
+// A call that reports an error, frees an object, or clears.
+MATCHER(EndsACall, "") {
+  return arg.starts_with("ERR_") || arg.find("_free ") != std::string::npos;
+}
+
 int reports_among(const std::vector<Record> &records) {
   return static_cast<int>(std::count_if(records.begin(), records.end(),
                                         [](const Record &record) { return record.code == 13928; }));
@@ -127,7 +133,9 @@ TEST_P(OpensslFailure, GivesExactlyTheseRecordsAndLeavesNothingBehind) {
   set_boolean_variable(server.variable("rsa_support_legacy_padding"), working.legacy);
   Call_site site(server.function(working.function), working.arguments);
 
-  const Openssl_watch watch(expected.failure);
+  Openssl_watch watch(expected.failure);
+  std::size_t records_at_last_free = 0;
+  watch.before_key_is_freed = [&] { records_at_last_free = server.records().size(); };
   const Row_result row = site.row();
 
   ASSERT_TRUE(watch.failed());
@@ -140,6 +148,14 @@ TEST_P(OpensslFailure, GivesExactlyTheseRecordsAndLeavesNothingBehind) {
   EXPECT_EQ(watch.count("ERR_clear_error"), 1);
   EXPECT_EQ(watch.calls().back(), "ERR_clear_error");
   EXPECT_EQ(watch.count("ERR_get_error"), reports_among(server.records()));
+  const std::vector<std::string> after_failure = watch.calls_after_failure();
+  if (std::count(after_failure.begin(), after_failure.end(), "EVP_PKEY_free key1") > 0) {
+    EXPECT_EQ(records_at_last_free, server.records().size()) << "a record came after the object";
+  }
+  // A stream that could not be made is read all the same.
+  if (!expected.succeeds && expected.failure.function != "BIO_new_mem_buf") {
+    EXPECT_THAT(after_failure, Each(EndsACall()));
+  }
 }
 
 // The row after a failed one is not affected by it.
@@ -383,6 +399,15 @@ TEST_F(OpensslFailures, EcKeyThatTheFirstReadingAcceptsIsNotTestedForRsa) {
   site.row();
   EXPECT_EQ(watch.count("PEM_read_bio_PUBKEY"), 1);
   EXPECT_EQ(watch.count("EVP_PKEY_is_a"), 0);
+}
+
+TEST_F(OpensslFailures, EncryptionWithTheWrongKindOfKeyIsReportedBeforeTheKeyIsFreed) {
+  Call_site site(server.function("asymmetric_encrypt"), {"RSA", "hello", private_key()});
+  Openssl_watch watch;
+  std::vector<Record> records;
+  watch.before_key_is_freed = [&] { records = server.records(); };
+  EXPECT_THAT(site.row(), IsSqlNull());
+  EXPECT_THAT(records, ElementsAre(encryption_failed()));
 }
 
 // A text whose bytes cannot be taken from the stream is no result.

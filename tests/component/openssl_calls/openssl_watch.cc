@@ -149,6 +149,9 @@ template <typename Function, typename Object>
 auto watched_free(const char *name, Function *real, Object *object) {
   if (is_watched()) {
     static_cast<void>(the_watch->is_to_fail(name));
+    if constexpr (std::is_same_v<Object, EVP_PKEY>) {
+      the_watch->before_key_is_freed();
+    }
     the_watch->note(call_text(name, object));
     the_watch->freed(object);
     return forward(real, object);
@@ -238,6 +241,10 @@ int Openssl_watch::count(const std::string &function) const {
   return found == counts_.end() ? 0 : found->second;
 }
 
+std::vector<std::string> Openssl_watch::calls_after_failure() const {
+  return {calls_.begin() + static_cast<std::ptrdiff_t>(last_failure_) + 1, calls_.end()};
+}
+
 std::vector<std::string> Openssl_watch::unfreed() const {
   std::vector<std::string> names;
   names.reserve(live_.size());
@@ -253,6 +260,7 @@ bool Openssl_watch::is_to_fail(const std::string &function) {
     return false;
   }
   --failures_left_;
+  last_failure_ = calls_.size();
   return true;
 }
 
@@ -295,7 +303,7 @@ using halvex_test::watched_sized;
 
 // Parameters are named as the arguments that the tests speak of, which is not always libcrypto's
 // way, and a type cannot stand in parentheses.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name,bugprone-macro-parentheses)
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name,bugprone-macro-parentheses,bugprone-reserved-identifier)
 // One definition of an OpenSSL function that forwards. The names and types are libcrypto's.
 #define WATCH(result, name, parameters, ...)                     \
   static const halvex_test::Watched_name watch_of_##name{#name}; \
@@ -404,6 +412,15 @@ WATCH(int, PEM_write_bio_PrivateKey,
       bio, key, cipher, password, password_size, callback, user)
 WATCH(int, PEM_write_bio_PUBKEY, (BIO * bio, const EVP_PKEY *key), bio, key)
 
+// Not OpenSSL's: how a shared object registers the destructor of a global object.
+int __cxa_atexit(void (*destructor)(void *), void *object, void *shared_object) {
+  static auto *const real = next<decltype(__cxa_atexit)>("__cxa_atexit");
+  if (halvex_test::is_watched()) {
+    halvex_test::the_watch->note("__cxa_atexit");
+  }
+  return real(destructor, object, shared_object);
+}
+
 WATCH(unsigned long, ERR_get_error, (void))
 WATCH(char *, ERR_error_string, (unsigned long error, char *buffer), error, buffer)
 WATCH(void, ERR_clear_error, (void))
@@ -411,4 +428,4 @@ WATCH(void, OPENSSL_cleanse, (void *memory, size_t size), memory, size)
 
 }  // extern "C"
 
-// NOLINTEND(readability-inconsistent-declaration-parameter-name,bugprone-macro-parentheses)
+// NOLINTEND(readability-inconsistent-declaration-parameter-name,bugprone-macro-parentheses,bugprone-reserved-identifier)

@@ -7,6 +7,8 @@
 #ifndef HALVEX_TESTS_COMPONENT_OPENSSL_WATCH_H
 #define HALVEX_TESTS_COMPONENT_OPENSSL_WATCH_H
 
+#include <cstddef>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -32,7 +34,8 @@ std::string stale_error_text();
 // The queue of this thread, oldest first; empties it.
 std::vector<std::string> drain_error_queue();
 
-// While it exists, every OpenSSL call of the component is recorded. At most one at a time.
+// While it exists, every OpenSSL call of the component is recorded, and every destructor that it
+// registers for its unloading, as "__cxa_atexit". At most one at a time.
 class Openssl_watch {
  public:
   Openssl_watch();
@@ -51,6 +54,10 @@ class Openssl_watch {
   [[nodiscard]] int count(const std::string &function) const;
   // The names of the objects that the component made and did not free.
   [[nodiscard]] std::vector<std::string> unfreed() const;
+  // The calls after the last one that was let fail.
+  [[nodiscard]] std::vector<std::string> calls_after_failure() const;
+  // Is run before every call that frees a key.
+  std::function<void()> before_key_is_freed = [] {};
   // All calls to let fail were reached.
   [[nodiscard]] bool failed() const { return failures_left_ == 0; }
 
@@ -66,6 +73,7 @@ class Openssl_watch {
  private:
   Forced_failure failure_;
   int failures_left_ = 0;
+  std::size_t last_failure_ = 0;  // its position in calls_
   std::vector<std::string> calls_;
   std::map<std::string, int> counts_;
   std::map<std::string, int> made_;
