@@ -1,14 +1,15 @@
-"""What the mutation run changes, and what it leaves alone."""
+"""Tests tools/mutants.py: which places of a source it changes, and how."""
 
 import pathlib
 import sys
 import unittest
 
 sys.dont_write_bytecode = True
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tools"))
 from mutants import mutants_of  # noqa: E402
 
-COMPONENT = pathlib.Path(__file__).resolve().parents[2] / "components" / "halvex_encryption"
+COMPONENT = ROOT / "components" / "halvex_encryption"
 UNITS = {"component", "utilities", "functions", "algorithm_implementation", "rsa_implementation"}
 
 
