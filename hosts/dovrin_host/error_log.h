@@ -104,11 +104,12 @@ class Error_log {
 using Record_renderer = std::string (*)(const Log_record &);
 
 // Writes each record as one line, with one system call where the system takes it whole. A record
-// that could not be written is lost; the ones before and after it are whole lines.
+// that cannot be written at once, because a pipe or a disk is full, is lost; the ones before and
+// after it are whole lines. A write neither waits nor raises a signal.
 class Line_sink : public Log_sink {
  public:
-  // Appends to the file, which is created readable for its owner only. Fails if it cannot be
-  // opened.
+  // Appends to the file, which is created if it is missing. A regular file is made accessible to
+  // its owner only. Fails if the file cannot be opened or other users keep access to it.
   static Result<std::shared_ptr<Line_sink>> to_file(const std::string &path,
                                                     Record_renderer render);
 

@@ -1,8 +1,13 @@
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <csignal>
+#include <ctime>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -14,20 +19,90 @@ namespace {
 
 std::string system_error_text(int error) { return std::generic_category().message(error); }
 
-// Returns how many bytes went out, and sets `error` (0 if all did).
-std::size_t write_all(int descriptor, std::string_view bytes, int &error) {
+// Blocks SIGPIPE and SIGXFSZ on this thread, which a write can raise and which would end the
+// program.
+class Blocked_signals {
+ public:
+  Blocked_signals() {
+    sigset_t signals{};
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPIPE);
+    sigaddset(&signals, SIGXFSZ);
+    sigpending(&pending_before_);
+    pthread_sigmask(SIG_BLOCK, &signals, &previous_);
+  }
+  Blocked_signals(const Blocked_signals &) = delete;
+  Blocked_signals &operator=(const Blocked_signals &) = delete;
+  ~Blocked_signals() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+
+  // Takes back the signal of a write that failed. A signal that was pending before stays.
+  void discard_signal_of(int error) const {
+    const int signal = error == EPIPE ? SIGPIPE : SIGXFSZ;
+    if ((error == EPIPE || error == EFBIG) && sigismember(&pending_before_, signal) == 0) {
+      sigset_t raised{};
+      sigemptyset(&raised);
+      sigaddset(&raised, signal);
+      const timespec no_wait{};
+      sigtimedwait(&raised, nullptr, &no_wait);
+    }
+  }
+
+ private:
+  sigset_t pending_before_{};
+  sigset_t previous_{};
+};
+
+// True if a write to the descriptor returns at once, be it with an error.
+bool is_ready(int descriptor) {
+  pollfd request{descriptor, POLLOUT, 0};
+  int ready = 0;
+  do {
+    ready = ::poll(&request, 1, 0);
+  } while (ready < 0 && errno == EINTR);
+  return ready != 0;
+}
+
+// Returns how many bytes went out, and sets `error` (0 if all did, EAGAIN if the rest would have
+// to wait). `may_block`: the descriptor is in blocking mode.
+std::size_t write_all(int descriptor, bool may_block, std::string_view bytes, int &error) {
+  const Blocked_signals signals;
+  // What poll promises of a pipe.
+  const std::size_t longest_step = may_block ? PIPE_BUF : bytes.size();
   std::size_t written = 0;
   error = 0;
   while (written < bytes.size()) {
-    const ssize_t step = ::write(descriptor, bytes.data() + written, bytes.size() - written);
+    if (may_block && !is_ready(descriptor)) {
+      error = EAGAIN;
+      break;
+    }
+    const std::size_t length = std::min(longest_step, bytes.size() - written);
+    const ssize_t step = ::write(descriptor, bytes.data() + written, length);
     if (step > 0) {
       written += static_cast<std::size_t>(step);
     } else if (step == 0 || errno != EINTR) {
       error = step == 0 ? EIO : errno;
+      signals.discard_signal_of(error);
       break;
     }
   }
   return written;
+}
+
+Status cannot_open(const std::string &path, const std::string &reason) {
+  return Status::failure("Cannot open the log file '" + path + "': " + reason + ".");
+}
+
+// Leaves a regular file to its owner alone. Returns 0 or an error number.
+int narrow_permissions(int descriptor) {
+  struct stat information {};
+  if (::fstat(descriptor, &information) != 0) {
+    return errno;
+  }
+  constexpr mode_t of_others = S_IRWXG | S_IRWXO;
+  if (!S_ISREG(information.st_mode) || (information.st_mode & of_others) == 0) {
+    return 0;
+  }
+  return ::fchmod(descriptor, information.st_mode & S_IRWXU) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -35,14 +110,21 @@ std::size_t write_all(int descriptor, std::string_view bytes, int &error) {
 Result<std::shared_ptr<Line_sink>> Line_sink::to_file(const std::string &path,
                                                       Record_renderer render) {
   constexpr mode_t owner_only = 0600;
-  const int descriptor =
-      ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, owner_only);
+  // Without O_NONBLOCK, opening a FIFO waits for a reader and writing to it for room.
+  const int descriptor = ::open(
+      path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, owner_only);
   if (descriptor < 0) {
-    return Status::failure("Cannot open the log file '" + path + "': " + system_error_text(errno) +
-                           ".");
+    return cannot_open(path, errno == ENXIO ? "it is a FIFO that nobody reads, a socket or a "
+                                              "missing device"
+                                            : system_error_text(errno));
   }
-  return std::shared_ptr<Line_sink>{
+  std::shared_ptr<Line_sink> sink{
       new Line_sink{descriptor, true, "the log file '" + path + "'", render}};
+  if (const int error = narrow_permissions(descriptor); error != 0) {
+    return cannot_open(path, "other users have access to it, which cannot be taken away: " +
+                                 system_error_text(error));
+  }
+  return sink;
 }
 
 std::shared_ptr<Line_sink> Line_sink::to_descriptor(int descriptor, Record_renderer render) {
@@ -68,7 +150,7 @@ Status Line_sink::write(const Log_record &record) {
     line.insert(0, 1, '\n');
   }
   int error = 0;
-  const std::size_t written = write_all(descriptor_, line, error);
+  const std::size_t written = write_all(descriptor_, !owned_, line, error);
   if (written > 0) {
     inside_line_ = line[written - 1] != '\n';
   }

@@ -3,13 +3,16 @@
 // What is loaded stays for the life of the process, so these tests need a process each, which CTest
 // gives them.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/auxv.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -66,6 +69,14 @@ class SqliteLoadingTest : public testing::Test {
 
   void expect_working(Database &connection) {
     EXPECT_EQ(connection.value("SELECT length(create_digest('SHA256', 'abc'))"), "32");
+  }
+
+  // A statement that makes a record works although a destination of the log fails, as one more
+  // record says.
+  static void expect_a_record_of(Database &connection, const std::string &failure) {
+    EXPECT_EQ(connection.value("SELECT create_digest('SHA256', NULL)"), "NULL");
+    EXPECT_EQ(connection.value("SELECT message FROM dovrin_error_log WHERE code <> 13919"),
+              sql_text("A destination of the error log fails: Cannot write to " + failure));
   }
 
   Temporary_folder folder;
@@ -312,6 +323,63 @@ TEST_F(SqliteLoadingTest, SaysThatTheLogFileCannotBeOpened) {
   unsetenv("HALVEX_LOG_FILE");
   EXPECT_EQ(database.load(extension_path()), "");
   expect_working(database);
+}
+
+TEST_F(SqliteLoadingTest, AnExistingLogFileIsNarrowedToItsOwner) {
+  const std::string path = folder / "records.json";
+  write(path, "");
+  ASSERT_EQ(chmod(path.c_str(), 0644), 0);
+  setenv("HALVEX_LOG_FILE", path.c_str(), 1);
+  EXPECT_EQ(database.load(extension_path()), "");
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
+TEST_F(SqliteLoadingTest, AFifoThatNobodyReadsIsNoLogFile) {
+  const std::string path = folder / "fifo";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  setenv("HALVEX_LOG_FILE", path.c_str(), 1);
+  EXPECT_EQ(load_error(database, extension_path()),
+            "Cannot open the log file '" + path +
+                "': it is a FIFO that nobody reads, a socket or a missing device.");
+}
+
+TEST_F(SqliteLoadingTest, AFifoWhoseReaderLeavesStopsNoStatement) {
+  const std::string path = folder / "fifo";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  setenv("HALVEX_LOG_FILE", path.c_str(), 1);
+  EXPECT_EQ(database.load(extension_path()), "");
+  close(reader);
+  expect_a_record_of(database, "the log file '" + path + "': Broken pipe.");
+}
+
+TEST_F(SqliteLoadingTest, AClosedPipeAsStandardErrorStopsNoStatement) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe(ends.data()), 0);
+  const int previous = dup(STDERR_FILENO);
+  dup2(ends[1], STDERR_FILENO);
+  close(ends[0]);
+  close(ends[1]);
+  setenv("HALVEX_LOG_STDERR", "1", 1);
+  EXPECT_EQ(database.load(extension_path()), "");
+  expect_a_record_of(database, "the descriptor 2: Broken pipe.");
+  dup2(previous, STDERR_FILENO);
+  close(previous);
+  unsetenv("HALVEX_LOG_STDERR");
+}
+
+TEST_F(SqliteLoadingTest, ALimitOfFileSizesStopsNoStatement) {
+  const std::string path = folder / "records.json";
+  setenv("HALVEX_LOG_FILE", path.c_str(), 1);
+  EXPECT_EQ(database.load(extension_path()), "");
+  rlimit previous{};
+  getrlimit(RLIMIT_FSIZE, &previous);
+  const rlimit limit{10, previous.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &limit);
+  expect_a_record_of(database, "the log file '" + path + "': File too large.");
+  setrlimit(RLIMIT_FSIZE, &previous);
 }
 
 TEST_F(SqliteLoadingTest, AFullDiskLosesNoRecordOfTheTable) {
