@@ -194,7 +194,7 @@ TEST_F(SqliteInstancesTest, AnExceptionOfARowIsAnErrorOfTheStatement) {
 }
 
 TEST_F(SqliteInstancesTest, TheErrorFlagFailsTheStatement) {
-  EXPECT_EQ(database->error("SELECT fails('a')"), "fails failed");
+  EXPECT_EQ(database->error("SELECT fails('a')"), "The function fails reported an error.");
   EXPECT_EQ(counts(), (Counts{1, 1, 1}));
 }
 
