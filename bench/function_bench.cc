@@ -9,33 +9,28 @@
 
 #include <array>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <span>
 #include <string>
 #include <string_view>
 
-#include "bare_server.h"
-#include "loaded_component.h"
-#include "support/openssl_owners.h"
+#include "support/fixture.h"
+#include "support/loaded_component.h"
+#include "support/openssl_library.h"
+#include "support/raw_call.h"
 
 namespace {
 
+using halvex_test::Argument_view;
 using halvex_test::Bio;
 using halvex_test::Digest_context;
+using halvex_test::fixture;
 using halvex_test::Key;
 using halvex_test::Key_context;
-using reliability::Argument;
-using reliability::find_function;
+using halvex_test::view_of;
 
 constexpr std::string_view content =
     "What is signed, encrypted and hashed in every row: 64 bytes ....";
-
-std::string fixture(const char *name) {
-  std::ifstream file{std::string(HALVEX_FIXTURES) + "/" + name};
-  return {std::istreambuf_iterator<char>{file}, std::istreambuf_iterator<char>{}};
-}
 
 const std::string &private_key() {
   static const std::string pem = fixture("rsa2048.pem");
@@ -55,64 +50,41 @@ void require(bool done) {
   }
 }
 
-Argument text(std::string_view value) { return {STRING_RESULT, value.data(), value.size(), 0}; }
-
 // One call site: init at construction, one row per call, deinit at the end.
 class Call_site {
  public:
-  Call_site(const char *name, std::span<const Argument> arguments)
-      : function_{find_function(name)} {
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-      types_.at(i) = arguments[i].type;
-      lengths_.at(i) = arguments[i].length;
-      args_.at(i) = const_cast<char *>(arguments[i].bytes);
-    }
-    record_.arg_count = static_cast<unsigned int>(arguments.size());
-    record_.arg_type = types_.data();
-    record_.args = args_.data();
-    record_.lengths = lengths_.data();
+  Call_site(const char *name, std::span<const Argument_view> arguments)
+      : function_{*halvex_test::find_function(name)}, arguments_{arguments} {
     std::array<char, DOVRIN_UDF_MESSAGE_SIZE> message{};
-    require(!function_->init(&instance_, &record_, message.data()));
+    require(halvex_test::run_init(function_, instance_, arguments_.get(), message.data()));
   }
-  ~Call_site() { function_->deinit(&instance_); }
+  ~Call_site() { halvex_test::run_deinit(function_, instance_); }
   Call_site(const Call_site &) = delete;
   Call_site &operator=(const Call_site &) = delete;
 
   // The value of one row, in the instance's buffer; empty for an integer function.
   std::string_view row() {
     unsigned char is_null = 0;
-    unsigned char error = 0;
-    if (function_->result_type == INT_RESULT) {
-      require(reinterpret_cast<Udf_func_longlong>(function_->row)(&instance_, &record_, &is_null,
-                                                                  &error) == 1);
-      return {};
-    }
-    unsigned long length = 0;
-    const char *value = reinterpret_cast<Udf_func_string>(function_->row)(
-        &instance_, &record_, nullptr, &length, &is_null, &error);
-    require(value != nullptr);
-    return {value, length};
+    const halvex_test::Raw_row row =
+        halvex_test::run_row(function_, instance_, arguments_.get(), is_null);
+    require(!row.is_null && (row.bytes != nullptr || row.integer == 1));
+    return {row.bytes, row.length};
   }
 
  private:
-  const reliability::Registered_function *function_;
-  std::array<Item_result, reliability::most_arguments> types_{};
-  std::array<char *, reliability::most_arguments> args_{};
-  std::array<unsigned long, reliability::most_arguments> lengths_{};
-  UDF_ARGS record_{};
+  const halvex_test::Registered_function &function_;
+  halvex_test::Argument_array arguments_;
   UDF_INIT instance_{};
 };
 
 Key read_private_key() {
-  const Bio bio{BIO_new_mem_buf(private_key().data(), static_cast<int>(private_key().size()))};
-  Key key{PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr)};
+  Key key = halvex_test::read_private_pem(private_key());
   require(key != nullptr);
   return key;
 }
 
 Key read_public_key() {
-  const Bio bio{BIO_new_mem_buf(public_key().data(), static_cast<int>(public_key().size()))};
-  Key key{PEM_read_bio_PUBKEY(bio.get(), nullptr, nullptr, nullptr)};
+  Key key = halvex_test::read_public_pem(public_key());
   require(key != nullptr);
   return key;
 }
@@ -123,8 +95,8 @@ const unsigned char *bytes(std::string_view value) {
 
 using Buffer = std::array<unsigned char, 4096>;
 
-// The bare calls of one row each; the length of the result comes back.
-std::size_t bare_digest(Buffer &out) {
+// The OpenSSL calls of one row each; the length of the result comes back.
+std::size_t direct_digest(Buffer &out) {
   const Digest_context context{EVP_MD_CTX_new()};
   unsigned int length = 0;
   require(EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) == 1 &&
@@ -133,7 +105,7 @@ std::size_t bare_digest(Buffer &out) {
   return length;
 }
 
-std::size_t bare_encrypt(Buffer &out) {
+std::size_t direct_encrypt(Buffer &out) {
   const Key key = read_public_key();
   const Key_context context{EVP_PKEY_CTX_new(key.get(), nullptr)};
   std::size_t length = out.size();
@@ -143,7 +115,7 @@ std::size_t bare_encrypt(Buffer &out) {
   return length;
 }
 
-std::size_t bare_decrypt(std::string_view ciphertext, Buffer &out) {
+std::size_t direct_decrypt(std::string_view ciphertext, Buffer &out) {
   const Key key = read_private_key();
   const Key_context context{EVP_PKEY_CTX_new(key.get(), nullptr)};
   std::size_t length = out.size();
@@ -154,7 +126,7 @@ std::size_t bare_decrypt(std::string_view ciphertext, Buffer &out) {
   return length;
 }
 
-std::size_t bare_sign(Buffer &out) {
+std::size_t direct_sign(Buffer &out) {
   const Key key = read_private_key();
   const Digest_context context{EVP_MD_CTX_new()};
   EVP_PKEY_CTX *key_context = nullptr;  // belongs to `context`
@@ -165,7 +137,7 @@ std::size_t bare_sign(Buffer &out) {
   return length;
 }
 
-void bare_verify(std::string_view signature) {
+void direct_verify(std::string_view signature) {
   const Key key = read_public_key();
   const Digest_context context{EVP_MD_CTX_new()};
   EVP_PKEY_CTX *key_context = nullptr;  // belongs to `context`
@@ -175,13 +147,13 @@ void bare_verify(std::string_view signature) {
                            content.size()) == 1);
 }
 
-void bare_public_half() {
+void direct_public_half() {
   const Key key = read_private_key();
   const Bio bio{BIO_new(BIO_s_mem())};
   require(PEM_write_bio_PUBKEY(bio.get(), key.get()) == 1);
 }
 
-void bare_key_creation() {
+void direct_key_creation() {
   const Key_context context{EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr)};
   constexpr int bits = 2048;
   EVP_PKEY *generated = nullptr;
@@ -204,8 +176,8 @@ const Inputs &inputs() {
   static const Inputs made = [] {
     Inputs fresh;
     Buffer out{};
-    fresh.ciphertext.assign(reinterpret_cast<const char *>(out.data()), bare_encrypt(out));
-    fresh.signature.assign(reinterpret_cast<const char *>(out.data()), bare_sign(out));
+    fresh.ciphertext.assign(reinterpret_cast<const char *>(out.data()), direct_encrypt(out));
+    fresh.signature.assign(reinterpret_cast<const char *>(out.data()), direct_sign(out));
     return fresh;
   }();
   return made;
@@ -229,70 +201,71 @@ void measure(benchmark::State &state, Work work) {
 
 void register_digest() {
   benchmark::RegisterBenchmark("create_digest/component", [](benchmark::State &state) {
-    measure_row(state, "create_digest", text("SHA256"), text(content));
+    measure_row(state, "create_digest", view_of("SHA256"), view_of(content));
   });
   benchmark::RegisterBenchmark("create_digest/openssl", [](benchmark::State &state) {
     Buffer out{};
-    measure(state, [&] { benchmark::DoNotOptimize(bare_digest(out)); });
+    measure(state, [&] { benchmark::DoNotOptimize(direct_digest(out)); });
   });
 }
 
 void register_encryption() {
   benchmark::RegisterBenchmark("asymmetric_encrypt/component", [](benchmark::State &state) {
-    measure_row(state, "asymmetric_encrypt", text("RSA"), text(content), text(public_key()));
+    measure_row(state, "asymmetric_encrypt", view_of("RSA"), view_of(content),
+                view_of(public_key()));
   });
   benchmark::RegisterBenchmark("asymmetric_encrypt/openssl", [](benchmark::State &state) {
     Buffer out{};
-    measure(state, [&] { benchmark::DoNotOptimize(bare_encrypt(out)); });
+    measure(state, [&] { benchmark::DoNotOptimize(direct_encrypt(out)); });
   });
   benchmark::RegisterBenchmark("asymmetric_decrypt/component", [](benchmark::State &state) {
-    measure_row(state, "asymmetric_decrypt", text("RSA"), text(inputs().ciphertext),
-                text(private_key()));
+    measure_row(state, "asymmetric_decrypt", view_of("RSA"), view_of(inputs().ciphertext),
+                view_of(private_key()));
   });
   benchmark::RegisterBenchmark("asymmetric_decrypt/openssl", [](benchmark::State &state) {
     Buffer out{};
-    measure(state, [&] { benchmark::DoNotOptimize(bare_decrypt(inputs().ciphertext, out)); });
+    measure(state, [&] { benchmark::DoNotOptimize(direct_decrypt(inputs().ciphertext, out)); });
   });
 }
 
 void register_signatures() {
   benchmark::RegisterBenchmark("asymmetric_sign/component", [](benchmark::State &state) {
-    measure_row(state, "asymmetric_sign", text("RSA"), text(content), text(private_key()),
-                text("SHA256"));
+    measure_row(state, "asymmetric_sign", view_of("RSA"), view_of(content), view_of(private_key()),
+                view_of("SHA256"));
   });
   benchmark::RegisterBenchmark("asymmetric_sign/openssl", [](benchmark::State &state) {
     Buffer out{};
-    measure(state, [&] { benchmark::DoNotOptimize(bare_sign(out)); });
+    measure(state, [&] { benchmark::DoNotOptimize(direct_sign(out)); });
   });
   benchmark::RegisterBenchmark("asymmetric_verify/component", [](benchmark::State &state) {
-    measure_row(state, "asymmetric_verify", text("RSA"), text(content), text(inputs().signature),
-                text(public_key()), text("SHA256"));
+    measure_row(state, "asymmetric_verify", view_of("RSA"), view_of(content),
+                view_of(inputs().signature), view_of(public_key()), view_of("SHA256"));
   });
   benchmark::RegisterBenchmark("asymmetric_verify/openssl", [](benchmark::State &state) {
-    measure(state, [] { bare_verify(inputs().signature); });
+    measure(state, [] { direct_verify(inputs().signature); });
   });
 }
 
 void register_keys() {
   benchmark::RegisterBenchmark("create_asymmetric_pub_key/component", [](benchmark::State &state) {
-    measure_row(state, "create_asymmetric_pub_key", text("RSA"), text(private_key()));
+    measure_row(state, "create_asymmetric_pub_key", view_of("RSA"), view_of(private_key()));
   });
   benchmark::RegisterBenchmark("create_asymmetric_pub_key/openssl",
-                               [](benchmark::State &state) { measure(state, bare_public_half); });
+                               [](benchmark::State &state) { measure(state, direct_public_half); });
   benchmark::RegisterBenchmark("create_asymmetric_priv_key/component", [](benchmark::State &state) {
-    static long long length = 2048;
-    measure_row(state, "create_asymmetric_priv_key", text("RSA"),
-                Argument{INT_RESULT, reinterpret_cast<const char *>(&length), 0, 0});
+    measure_row(state, "create_asymmetric_priv_key", view_of("RSA"),
+                halvex_test::view_of_integer<2048>());
   });
-  benchmark::RegisterBenchmark("create_asymmetric_priv_key/openssl",
-                               [](benchmark::State &state) { measure(state, bare_key_creation); });
+  benchmark::RegisterBenchmark("create_asymmetric_priv_key/openssl", [](benchmark::State &state) {
+    measure(state, direct_key_creation);
+  });
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  const reliability::Loaded_component component{HALVEX_COMPONENT_PATH};
-  require(component.descriptor() != nullptr && component.descriptor()->init() == 0);
+  halvex_test::Loaded_component component;
+  require(component.init() == 0);
   register_digest();
   register_encryption();
   register_signatures();

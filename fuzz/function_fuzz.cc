@@ -1,39 +1,24 @@
 // One SQL function with arbitrary arguments: HALVEX_FUZZ_FUNCTION names it. The first byte of the
 // input sets the switches, the rest are the arguments (fields.h).
 
-#include <openssl/err.h>
-#include <openssl/ui.h>
-
-#include <array>
 #include <charconv>
 
-#include "bare_server.h"
-#include "fields.h"
-#include "loaded_component.h"
-
-extern "C" const Dovrin_component *list_components();
+#include "linked_component.h"
+#include "support/raw_call.h"
 
 namespace {
 
 using halvex_fuzz::Exact_copy;
 using halvex_fuzz::require;
-using reliability::Argument;
-using reliability::Call_result;
+using halvex_test::Argument_view;
+using halvex_test::Raw_result;
+using halvex_test::Registered_function;
 
 constexpr const char *function_name = HALVEX_FUZZ_FUNCTION;
 
 // Bits of the first byte.
 constexpr unsigned int legacy_padding = 1;
 constexpr unsigned int creates_keys = 0xE0;
-
-const reliability::Registered_function &initialised_function() {
-  static const reliability::Registered_function *const function = [] {
-    UI_set_default_method(UI_null());
-    require(reliability::connect_services(*list_components()) && list_components()->init() == 0);
-    return reliability::find_function(function_name);
-  }();
-  return *function;
-}
 
 // Creating a key takes so long that few inputs may: only the smallest, and only with the switches
 // set.
@@ -52,46 +37,68 @@ long long number_in(std::string_view digits) {
   return value;
 }
 
-// The argument that a field stands for; `copy` owns its bytes.
-Argument argument_from(std::string_view field, const Exact_copy &copy, unsigned int switches) {
-  switch (field.empty() ? '\0' : field.front()) {
-    case 'i':
-      return {INT_RESULT, nullptr, 0, affordable(number_in(field.substr(1)), switches)};
-    case 'r':
-      return {REAL_RESULT, nullptr, 0, 0};
-    case 'n':
-      return {STRING_RESULT, nullptr, 0, 0};
-    case 'm':
-      return {.type = INT_RESULT, .null_number = true};
-    default:
-      return {STRING_RESULT, copy.data(), copy.size(), 0};
+template <typename Number>
+std::string bytes_of(Number number) {
+  return {reinterpret_cast<const char *>(&number), sizeof number};
+}
+
+// One argument and its bytes, in memory of their size.
+class Owned_argument {
+ public:
+  Owned_argument(std::string_view field, unsigned int switches)
+      : kind_{field.empty() ? '\0' : field.front()}, bytes_{bytes_for(field, switches)} {}
+
+  [[nodiscard]] Argument_view view() const {
+    switch (kind_) {
+      case 'i':
+        return {INT_RESULT, bytes_.data(), 0};
+      case 'r':
+        return {REAL_RESULT, bytes_.data(), 0};
+      case 'n':
+        return {STRING_RESULT, nullptr, 0};
+      case 'm':
+        return {INT_RESULT, nullptr, 0};
+      default:
+        return {STRING_RESULT, bytes_.data(), bytes_.size()};
+    }
   }
-}
 
-std::string_view text_of(std::string_view field) {
-  return !field.empty() && field.front() == 's' ? field.substr(1) : field;
-}
+ private:
+  [[nodiscard]] std::string bytes_for(std::string_view field, unsigned int switches) const {
+    switch (kind_) {
+      case 'i':
+        return bytes_of(affordable(number_in(field.substr(1)), switches));
+      case 'r':
+        return bytes_of(0.0);
+      case 's':
+        return std::string(field.substr(1));
+      default:
+        return std::string(field);
+    }
+  }
 
-void check(const reliability::Registered_function &function, const Call_result &result) {
+  char kind_;
+  Exact_copy bytes_;
+};
+
+void check(const Registered_function &function, const Raw_result &result) {
   const bool is_number = function.result_type == INT_RESULT;
   require(!result.error);
   switch (result.ending) {
-    case Call_result::Ending::value:
-      require(is_number ? result.number == 1 : !result.returned_null);
-      require(result.length < sizeof result.bytes);
+    case Raw_result::Ending::value:
+      require(is_number ? result.number == 1 : result.length < sizeof result.bytes);
       break;
-    case Call_result::Ending::null:
-      require(is_number ? result.number == 0 : result.returned_null);
+    case Raw_result::Ending::null:
+      require(result.number == 0);
       break;
-    case Call_result::Ending::refused:
+    case Raw_result::Ending::refused:
       require(std::strncmp(result.message, "Mismatch in ", 12) == 0);
       break;
     default:
       require(false);
   }
   require(ERR_peek_error() == 0);
-  require(reliability::malformed_records() == 0);
-  require(reliability::live_server_blocks() == 0);
+  halvex_fuzz::check_server();
 }
 
 }  // namespace
@@ -100,22 +107,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   if (size == 0) {
     return 0;
   }
-  const auto &function = initialised_function();
+  halvex_fuzz::initialise_component();
+  const Registered_function &function = *halvex_test::find_function(function_name);
   const unsigned int switches = data[0];
-  require(reliability::set_variable("rsa_support_legacy_padding",
-                                    static_cast<int>(switches & legacy_padding)));
+  halvex_test::switch_legacy_padding((switches & legacy_padding) != 0);
 
   const std::string_view input{reinterpret_cast<const char *>(data) + 1, size - 1};
-  std::vector<Exact_copy> copies;
-  std::vector<Argument> arguments;
+  std::vector<Owned_argument> owned;
+  std::vector<Argument_view> arguments;
   for (const std::string_view field :
-       halvex_fuzz::split_fields(input, reliability::most_arguments)) {
-    copies.emplace_back(text_of(field));
-    arguments.push_back(argument_from(field, copies.back(), switches));
+       halvex_fuzz::split_fields(input, halvex_test::most_arguments)) {
+    owned.emplace_back(field, switches);
+    arguments.push_back(owned.back().view());
   }
 
-  static Call_result result;
-  reliability::call(function, arguments, result);
+  static Raw_result result;
+  halvex_test::call(function, arguments, result);
   check(function, result);
   return 0;
 }

@@ -1,18 +1,13 @@
 // Error-log records with arbitrary texts and numbers: the first byte of the input picks the code,
 // the fields are the message's arguments (fields.h).
 
-#include <openssl/err.h>
-
 #include <array>
 #include <cstdio>
 #include <cstring>
 
-#include "bare_server.h"
 #include "dovrin/services.h"
-#include "fields.h"
 #include "halvex_encryption/utilities.h"
-
-extern "C" const Dovrin_component *list_components();
+#include "linked_component.h"
 
 namespace {
 
@@ -48,19 +43,20 @@ std::string formatted(const char *format, ...) {
 // Writes one record of each shape and returns what its template must have become.
 std::string report_texts(const Report_site &site, const Texts &a) {
   report(site, a.text[0], a.text[1], a.text[2]);
-  return formatted("%s %s %s", a.text[0], a.text[1], a.text[2]);
+  return formatted("%s | %s | %s", a.text[0], a.text[1], a.text[2]);
 }
 
 std::string report_length(const Report_site &site, const Texts &a) {
   const auto length = static_cast<unsigned long long>(a.number[0]);
   report(site, a.text[0], a.text[1], length);
-  return formatted("%s %s %llu", a.text[0], a.text[1], length);
+  return formatted("%s | %s | %llu", a.text[0], a.text[1], length);
 }
 
 std::string report_numbers(const Report_site &site, const Texts &a) {
   const auto size = static_cast<unsigned long long>(a.number[0]);
   report(site, size, a.text[0], a.text[1], a.number[1], a.number[2]);
-  return formatted("%llu %s %s %lld %lld", size, a.text[0], a.text[1], a.number[1], a.number[2]);
+  return formatted("%llu | %s | %s | %lld | %lld", size, a.text[0], a.text[1], a.number[1],
+                   a.number[2]);
 }
 
 std::string report_unknown(const Report_site &site, const Texts &a) {
@@ -86,19 +82,13 @@ std::string expected_message(const std::string &text) {
   return message;
 }
 
-void initialise_once() {
-  static const bool done =
-      reliability::connect_services(*list_components()) && list_components()->init() == 0;
-  require(done);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   if (size == 0) {
     return 0;
   }
-  initialise_once();
+  halvex_fuzz::initialise_component();
   std::vector<Exact_copy> copies;
   Texts arguments{{"", "", "", ""}, {}};
   const std::string_view input{reinterpret_cast<const char *>(data) + 1, size - 1};
@@ -112,11 +102,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
   const Shape &shape = shapes.at(data[0] % shapes.size());
   const Report_site site{shape.code, 1, "utilities", "a_function"};
-  const std::size_t records_before = reliability::submitted_records();
+  const std::size_t records_before = halvex_test::submitted_records();
   const std::string text = shape.report(site, arguments);
-  require(reliability::submitted_records() == records_before + 1);
-  require(reliability::last_record().code == shape.code);
-  require(reliability::last_record().message == expected_message(text));
-  require(reliability::malformed_records() == 0 && reliability::live_server_blocks() == 0);
+  require(halvex_test::submitted_records() == records_before + 1);
+  require(halvex_test::last_record().code == shape.code);
+  require(halvex_test::last_record().message == expected_message(text));
+  halvex_fuzz::check_server();
   return 0;
 }

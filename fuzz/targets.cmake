@@ -12,22 +12,11 @@ set(HALVEX_FUZZ_FUNCTIONS
 )
 set(HALVEX_FUZZ_TARGETS key_reader log_event sqlite_host ${HALVEX_FUZZ_FUNCTIONS})
 
-# The bare server and its call helper, as in tests/reliability.
-add_library(fuzz_support STATIC
-  ${CMAKE_SOURCE_DIR}/tests/reliability/bare_server.cc
-  ${CMAKE_SOURCE_DIR}/tests/reliability/fault_plan.cc
-  ${CMAKE_SOURCE_DIR}/tests/reliability/loaded_component.cc
-)
-target_include_directories(fuzz_support PUBLIC
-  ${HALVEX_FUZZ_FOLDER} ${CMAKE_SOURCE_DIR}/tests/reliability ${CMAKE_SOURCE_DIR}/include)
-target_link_libraries(fuzz_support PUBLIC OpenSSL::Crypto ${CMAKE_DL_LIBS} PRIVATE halvex_warnings)
-
 # add_fuzz_executable(name target): the code of one target, around the component's own objects or around the
 # SQLite extension. It still needs a main function: libFuzzer's, or replay.cc.
 function(add_fuzz_executable name target)
   if(target STREQUAL sqlite_host)
     add_executable(${name} ${HALVEX_FUZZ_FOLDER}/sqlite_host_fuzz.cc)
-    target_include_directories(${name} PRIVATE ${HALVEX_FUZZ_FOLDER})
     target_compile_definitions(${name} PRIVATE
       HALVEX_SQLITE_EXTENSION="$<TARGET_FILE_DIR:halvex_sqlite>/$<TARGET_FILE_BASE_NAME:halvex_sqlite>")
     target_link_libraries(${name} PRIVATE SQLite::SQLite3 halvex_warnings)
@@ -40,5 +29,5 @@ function(add_fuzz_executable name target)
   else()
     add_executable(${name} ${HALVEX_FUZZ_FOLDER}/${target}_fuzz.cc)
   endif()
-  target_link_libraries(${name} PRIVATE fuzz_support halvex_encryption_objects halvex_warnings)
+  target_link_libraries(${name} PRIVATE halvex_test_support halvex_encryption_objects halvex_warnings)
 endfunction()

@@ -232,7 +232,7 @@ Expectation expected_verification(const std::string &text, const std::string &si
 
 void Conformance_test::set_legacy_padding(bool on) {
   legacy_ = on;
-  set_boolean_variable(server.variable("rsa_support_legacy_padding"), on);
+  switch_legacy_padding(on);
 }
 
 Row_result Conformance_test::expect(const Expectation &expectation, const std::string &function,

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <new>
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 constexpr std::size_t arena_size = std::size_t{64} << 20;
@@ -78,15 +78,15 @@ bool give_libcrypto_an_arena() {
 Region cxx_arena() { return cxx.region(); }
 Region libcrypto_arena() { return libcrypto.region(); }
 
-}  // namespace reliability
+}  // namespace halvex_test
 
-void *operator new(std::size_t size) { return reliability::cxx.allocate(size); }
-void *operator new[](std::size_t size) { return reliability::cxx.allocate(size); }
+void *operator new(std::size_t size) { return halvex_test::cxx.allocate(size); }
+void *operator new[](std::size_t size) { return halvex_test::cxx.allocate(size); }
 void *operator new(std::size_t size, const std::nothrow_t & /*tag*/) noexcept {
-  return reliability::cxx.allocate(size);
+  return halvex_test::cxx.allocate(size);
 }
 void *operator new[](std::size_t size, const std::nothrow_t & /*tag*/) noexcept {
-  return reliability::cxx.allocate(size);
+  return halvex_test::cxx.allocate(size);
 }
 void operator delete(void * /*block*/) noexcept {}
 void operator delete[](void * /*block*/) noexcept {}

@@ -9,7 +9,7 @@
 
 #include "memory_scan.h"
 
-namespace reliability {
+namespace halvex_test {
 
 // Puts libcrypto's arena between it and malloc. Must be the first thing that a process does; false
 // if libcrypto had allocated already.
@@ -19,6 +19,6 @@ namespace reliability {
 [[nodiscard]] Region cxx_arena();
 [[nodiscard]] Region libcrypto_arena();
 
-}  // namespace reliability
+}  // namespace halvex_test
 
 #endif  // RELIABILITY_ARENA_ALLOCATIONS_H

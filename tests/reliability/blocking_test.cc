@@ -17,8 +17,9 @@
 #include "dovrin_host/functions.h"
 #include "dovrin_host/server.h"
 #include "support/fixture.h"
+#include "support/loaded_component.h"
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 using dovrin_host::Argument;
@@ -67,13 +68,13 @@ bool every_row_is_null(const std::string &function, const std::vector<Argument> 
 }
 
 Verdict read_encrypted_keys() {
-  auto lease = Server::instance().acquire(HALVEX_COMPONENT_PATH);
+  auto lease = Server::instance().acquire(component_path());
   if (!lease.ok()) {
     return not_installed;
   }
   set_own_handlers();
-  const std::string key = halvex_test::fixture("rsa2048-encrypted.pem");
-  const std::string traditional = halvex_test::fixture("rsa2048-encrypted-traditional.pem");
+  const std::string key = fixture("rsa2048-encrypted.pem");
+  const std::string traditional = fixture("rsa2048-encrypted-traditional.pem");
   const std::array<std::vector<Argument>, 2> arguments{
       {{Argument::string("RSA"), Argument::string(key)},
        {Argument::string("RSA"), Argument::string(traditional)}}};
@@ -128,4 +129,4 @@ TEST(Blocking_test, EncryptedKeysAskNobody) {
 }
 
 }  // namespace
-}  // namespace reliability
+}  // namespace halvex_test

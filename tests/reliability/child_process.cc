@@ -13,9 +13,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "sanitizers.h"
+#include "support/sanitizers.h"
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 int report_pipe = -1;
@@ -100,4 +100,4 @@ void report_line(std::size_t number, const char *text) {
   write_all(line.data(), std::strlen(line.data()));
 }
 
-}  // namespace reliability
+}  // namespace halvex_test

@@ -8,7 +8,7 @@
 #include <functional>
 #include <string>
 
-namespace reliability {
+namespace halvex_test {
 
 struct Child_end {
   bool crashed = false;
@@ -24,6 +24,6 @@ struct Child_end {
 // In a child: adds the line "<number>: <text>" to the report. Allocates nothing.
 void report_line(std::size_t number, const char *text);
 
-}  // namespace reliability
+}  // namespace halvex_test
 
 #endif  // RELIABILITY_CHILD_PROCESS_H

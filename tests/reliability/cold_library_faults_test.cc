@@ -14,15 +14,16 @@
 #include <tuple>
 #include <vector>
 
-#include "bare_server.h"
 #include "child_process.h"
 #include "counted_allocations.h"
-#include "fault_plan.h"
-#include "loaded_component.h"
-#include "sanitizers.h"
+#include "support/fake_server.h"
+#include "support/fault_plan.h"
 #include "support/fixture.h"
+#include "support/loaded_component.h"
+#include "support/raw_call.h"
+#include "support/sanitizers.h"
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 constexpr unsigned int longest_run_seconds = 60;
@@ -48,7 +49,6 @@ void PrintTo(const First_call &call, std::ostream *out) { *out << call.function;
 
 // Nothing here may use libcrypto: only the first use is of interest.
 std::vector<First_call> first_calls() {
-  using halvex_test::fixture;
   const std::string public_key = fixture("rsa2048-public.pem");
   const std::string private_key = fixture("rsa2048.pem");
   using std::string_literals::operator""s;
@@ -63,14 +63,14 @@ std::vector<First_call> first_calls() {
   };
 }
 
-const char *complaint_about(const First_call &call, const Call_result &result) {
-  if (result.ending == Call_result::Ending::null) {
-    return result.is_null && result.returned_null ? nullptr : "a NULL that is not one";
+const char *complaint_about(const First_call &call, const Raw_result &result) {
+  if (result.ending == Raw_result::Ending::null) {
+    return nullptr;
   }
-  if (result.ending != Call_result::Ending::value) {
+  if (result.ending != Raw_result::Ending::value) {
     return "neither a value nor NULL";
   }
-  const std::string_view value{result.bytes, result.length};
+  const std::string_view value = result.text();
   const bool right = call.bytes.empty() ? value.size() == call.length : value == call.bytes;
   return right ? nullptr : "a wrong value";
 }
@@ -98,9 +98,8 @@ class Cold_library_faults_test
     : public ::testing::TestWithParam<std::tuple<First_call, Fault_mode>> {
  protected:
   static void SetUpTestSuite() {
-    static Loaded_component component{HALVEX_COMPONENT_PATH};
-    ASSERT_NE(component.descriptor(), nullptr);
-    ASSERT_EQ(component.descriptor()->init(), 0);
+    static Loaded_component component;
+    ASSERT_EQ(component.init(), 0);
   }
 };
 
@@ -110,9 +109,9 @@ TEST_P(Cold_library_faults_test, CrashInTheLibraryAtMost) {
   }
   const First_call &first_call = std::get<First_call>(GetParam());
   const Fault_mode mode = std::get<Fault_mode>(GetParam());
-  std::vector<Argument> arguments;
+  std::vector<Argument_view> arguments;
   for (const std::string &text : first_call.arguments) {
-    arguments.push_back({STRING_RESULT, text.data(), text.size(), 0});
+    arguments.push_back(view_of(text));
   }
   const Registered_function &function = *find_function(first_call.function);
   const std::size_t step = std::getenv("HALVEX_ALL_FAULTS") == nullptr ? usual_step : 1;
@@ -122,7 +121,7 @@ TEST_P(Cold_library_faults_test, CrashInTheLibraryAtMost) {
   for (bool struck = true; struck; faults += struck ? 1 : 0) {
     const std::size_t nth = 1 + faults * step;
     const Child_end end = run_in_child(longest_run_seconds, [&] {
-      static Call_result result;
+      static Raw_result result;
       arm_faults(Fault_source::libcrypto, mode, nth);
       call(function, arguments, result);
       if (!disarm_faults()) {
@@ -172,4 +171,4 @@ INSTANTIATE_TEST_SUITE_P(
     });
 
 }  // namespace
-}  // namespace reliability
+}  // namespace halvex_test

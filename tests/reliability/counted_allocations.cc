@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <new>
 
-#include "fault_plan.h"
+#include "support/fault_plan.h"
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 std::atomic<long> cxx_blocks{0};
@@ -85,45 +85,45 @@ bool count_libcrypto_allocations() {
 long live_cxx_blocks() { return cxx_blocks.load(std::memory_order_relaxed); }
 long live_libcrypto_blocks() { return libcrypto_blocks.load(std::memory_order_relaxed); }
 
-}  // namespace reliability
+}  // namespace halvex_test
 
-void *operator new(std::size_t size) { return reliability::allocate_or_throw(size, 0); }
-void *operator new[](std::size_t size) { return reliability::allocate_or_throw(size, 0); }
+void *operator new(std::size_t size) { return halvex_test::allocate_or_throw(size, 0); }
+void *operator new[](std::size_t size) { return halvex_test::allocate_or_throw(size, 0); }
 void *operator new(std::size_t size, std::align_val_t alignment) {
-  return reliability::allocate_or_throw(size, static_cast<std::size_t>(alignment));
+  return halvex_test::allocate_or_throw(size, static_cast<std::size_t>(alignment));
 }
 void *operator new[](std::size_t size, std::align_val_t alignment) {
-  return reliability::allocate_or_throw(size, static_cast<std::size_t>(alignment));
+  return halvex_test::allocate_or_throw(size, static_cast<std::size_t>(alignment));
 }
 void *operator new(std::size_t size, const std::nothrow_t & /*tag*/) noexcept {
-  return reliability::allocate_for_cxx(size, 0);
+  return halvex_test::allocate_for_cxx(size, 0);
 }
 void *operator new[](std::size_t size, const std::nothrow_t & /*tag*/) noexcept {
-  return reliability::allocate_for_cxx(size, 0);
+  return halvex_test::allocate_for_cxx(size, 0);
 }
-void operator delete(void *block) noexcept { reliability::release_for_cxx(block); }
-void operator delete[](void *block) noexcept { reliability::release_for_cxx(block); }
+void operator delete(void *block) noexcept { halvex_test::release_for_cxx(block); }
+void operator delete[](void *block) noexcept { halvex_test::release_for_cxx(block); }
 void operator delete(void *block, std::size_t /*size*/) noexcept {
-  reliability::release_for_cxx(block);
+  halvex_test::release_for_cxx(block);
 }
 void operator delete[](void *block, std::size_t /*size*/) noexcept {
-  reliability::release_for_cxx(block);
+  halvex_test::release_for_cxx(block);
 }
 void operator delete(void *block, std::align_val_t /*alignment*/) noexcept {
-  reliability::release_for_cxx(block);
+  halvex_test::release_for_cxx(block);
 }
 void operator delete[](void *block, std::align_val_t /*alignment*/) noexcept {
-  reliability::release_for_cxx(block);
+  halvex_test::release_for_cxx(block);
 }
 void operator delete(void *block, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
-  reliability::release_for_cxx(block);
+  halvex_test::release_for_cxx(block);
 }
 void operator delete[](void *block, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
-  reliability::release_for_cxx(block);
+  halvex_test::release_for_cxx(block);
 }
 void operator delete(void *block, const std::nothrow_t & /*tag*/) noexcept {
-  reliability::release_for_cxx(block);
+  halvex_test::release_for_cxx(block);
 }
 void operator delete[](void *block, const std::nothrow_t & /*tag*/) noexcept {
-  reliability::release_for_cxx(block);
+  halvex_test::release_for_cxx(block);
 }

@@ -7,7 +7,7 @@
 #ifndef RELIABILITY_COUNTED_ALLOCATIONS_H
 #define RELIABILITY_COUNTED_ALLOCATIONS_H
 
-namespace reliability {
+namespace halvex_test {
 
 // Puts itself between libcrypto and malloc. Must be the first thing that a process does; false if
 // libcrypto had allocated already.
@@ -17,6 +17,6 @@ namespace reliability {
 [[nodiscard]] long live_cxx_blocks();
 [[nodiscard]] long live_libcrypto_blocks();
 
-}  // namespace reliability
+}  // namespace halvex_test
 
 #endif  // RELIABILITY_COUNTED_ALLOCATIONS_H

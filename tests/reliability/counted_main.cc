@@ -10,7 +10,7 @@
 #include "counted_allocations.h"
 
 int main(int argc, char **argv) {
-  if (!reliability::count_libcrypto_allocations()) {
+  if (!halvex_test::count_libcrypto_allocations()) {
     std::cerr << "libcrypto allocated before it could be watched\n";
     return EXIT_FAILURE;
   }

@@ -10,11 +10,11 @@
 #include <new>
 #include <sstream>
 
-#include "bare_server.h"
 #include "child_process.h"
 #include "counted_allocations.h"
+#include "support/fake_server.h"
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 // A run that takes longer hangs. Creating a key on a busy machine under a sanitizer takes its time.
@@ -68,14 +68,15 @@ class Sweeper {
     nth_ = nth;
     alarm(longest_run_seconds);
     const long cxx_before = live_cxx_blocks();
-    const long server_before = live_server_blocks();
+    const long server_before = open_lines() + open_buffers();
     const long libcrypto_before = live_libcrypto_blocks();
     arm_faults(plan_.source, plan_.mode, nth);
     subject_.work();
     const bool struck = disarm_faults();
 
     report_unless(live_cxx_blocks() == cxx_before, "C++ memory was not given back");
-    report_unless(live_server_blocks() == server_before, "server memory was not given back");
+    report_unless(open_lines() + open_buffers() == server_before,
+                  "server memory was not given back");
     if (live_libcrypto_blocks() > libcrypto_before) {
       look_for_leak();
     }
@@ -172,4 +173,4 @@ Sweep_result sweep(const Subject &subject, const Sweep &plan) {
   return result;
 }
 
-}  // namespace reliability
+}  // namespace halvex_test

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "fault_plan.h"
+#include "support/fault_plan.h"
 
-namespace reliability {
+namespace halvex_test {
 
 // One piece of work to sweep over.
 struct Subject {
@@ -42,12 +42,12 @@ struct Sweep_result {
 };
 
 // Runs `subject` in child processes with the first, second, ... request failing, until a run ends
-// without a fault. After each fault it wants: no complaint, an empty OpenSSL queue unless
-// `queue_may_hold` says otherwise, all C++ and server memory given back, no libcrypto memory lost
+// without a fault. After each fault it wants: no complaint, an empty OpenSSL queue,
+// all C++ and server memory given back, no libcrypto memory lost
 // each time anew, and a run without faults that works. A crash ends the child; the sweep goes on
 // behind it.
 [[nodiscard]] Sweep_result sweep(const Subject &subject, const Sweep &plan);
 
-}  // namespace reliability
+}  // namespace halvex_test
 
 #endif  // RELIABILITY_FAULT_SWEEP_H

@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "bare_server.h"
 #include "fault_sweep.h"
-#include "loaded_component.h"
+#include "support/fake_server.h"
+#include "support/loaded_component.h"
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 constexpr std::size_t all_functions = 7;
@@ -36,7 +36,7 @@ class Lifecycle {
     complaint_ = nullptr;
     forget_registrations();
     const std::size_t faults_before = faults_struck();
-    component_.emplace(HALVEX_COMPONENT_PATH);
+    component_.emplace();
     is_half_loaded_ = faults_struck() != faults_before;
     for (const Step step : steps_) {
       take(step);
@@ -50,10 +50,10 @@ class Lifecycle {
   void take(Step step) {
     switch (step) {
       case Step::init:
-        judge_init(status_of(component_->descriptor()->init));
+        judge_init(status_of(component_->descriptor().init));
         break;
       case Step::deinit:
-        judge_deinit(status_of(component_->descriptor()->deinit));
+        judge_deinit(status_of(component_->descriptor().deinit));
         break;
       case Step::unload:
         unload();
@@ -72,7 +72,8 @@ class Lifecycle {
   void judge_init(int status) {
     expect(!is_half_loaded_ || status == 1, "init succeeded without what loading could not make");
     if (status == 0) {
-      expect(registered_functions() == all_functions && registered_variables() == all_variables,
+      expect(registered_functions().size() == all_functions &&
+                 registered_variables().size() == all_variables,
              "init succeeded without having registered everything");
     } else if (status != threw) {
       expect(status == 1, "init has a status of its own");
@@ -81,7 +82,7 @@ class Lifecycle {
 
   void judge_deinit(int status) {
     expect(status == 0 || status == 1, "deinit has a status of its own");
-    expect((status == 0) == (registered_functions() + registered_variables() == 0),
+    expect((status == 0) == (registered_functions().size() + registered_variables().size() == 0),
            "deinit's status is not what the server sees");
   }
 
@@ -89,9 +90,10 @@ class Lifecycle {
   // than the server refused to give back while the object was unloaded.
   void unload() {
     const std::size_t refusals_before = faults_struck();
-    component_->close();
-    expect(!is_mapped("component_halvex_encryption.so"), "the object is still mapped");
-    expect(registered_functions() + registered_variables() <= faults_struck() - refusals_before,
+    component_->unload();
+    expect(!component_is_mapped(), "the object is still mapped");
+    expect(registered_functions().size() + registered_variables().size() <=
+               faults_struck() - refusals_before,
            "something stays registered");
   }
 
@@ -136,7 +138,7 @@ void PrintTo(const Case &one, std::ostream *out) { *out << one.name; }
 class Lifecycle_faults_test : public ::testing::TestWithParam<Case> {};
 
 TEST_P(Lifecycle_faults_test, LeaveNothingBehind) {
-  know_functions_when_refusing(GetParam().refused_functions_are_known);
+  set_answer_of_refused_unregistration(GetParam().refused_functions_are_known ? 1 : 0);
   for (const Order &order : orders()) {
     Lifecycle lifecycle{order.steps};
     const Subject subject{order.name, [&] { lifecycle.run(); },
@@ -168,16 +170,16 @@ INSTANTIATE_TEST_SUITE_P(
 
 // The one operation of a variable that allocates is the check of a new value.
 TEST(Variable_faults_test, RefusedMemoryKeepsTheOldValue) {
-  Loaded_component component{HALVEX_COMPONENT_PATH};
-  ASSERT_EQ(component.descriptor()->init(), 0);
+  Loaded_component component;
+  ASSERT_EQ(component.init(), 0);
   bool accepted = false;
   int value = 0;
   const Subject subject{
       "SetMaximum",
       [&] {
         const int wanted = value == 3072 ? 4096 : 3072;
-        accepted = set_variable("maximum_rsa_key_size", wanted);
-        value = *static_cast<const int *>(find_variable("maximum_rsa_key_size")->storage);
+        accepted = set_variable("maximum_rsa_key_size", wanted) == Set_result::accepted;
+        value = integer_value("maximum_rsa_key_size");
         accepted = accepted && value == wanted;
       },
       [&](bool faults) {
@@ -190,4 +192,4 @@ TEST(Variable_faults_test, RefusedMemoryKeepsTheOldValue) {
 }
 
 }  // namespace
-}  // namespace reliability
+}  // namespace halvex_test

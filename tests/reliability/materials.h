@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace reliability {
+namespace halvex_test {
 
 struct Materials {
   std::string private_key;       // RSA, 2048 bits
@@ -28,6 +28,6 @@ struct Materials {
 // after.
 [[nodiscard]] const Materials &materials();
 
-}  // namespace reliability
+}  // namespace halvex_test
 
 #endif  // RELIABILITY_MATERIALS_H

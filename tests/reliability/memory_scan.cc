@@ -10,7 +10,7 @@
 #include <fstream>
 #include <string_view>
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 constexpr unsigned char mask = 0xA5;
@@ -154,4 +154,4 @@ std::vector<Finding> find_in_memory(const std::vector<Masked_piece> &pieces) {
   return findings;
 }
 
-}  // namespace reliability
+}  // namespace halvex_test

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace reliability {
+namespace halvex_test {
 
 // A piece of a secret as long as a scan needs it, kept so that a scan does not find the keeper.
 class Masked_piece {
@@ -48,6 +48,6 @@ struct Finding {
 // stacks included. Works without the sanitizers, whose shadow memory is endless.
 [[nodiscard]] std::vector<Finding> find_in_memory(const std::vector<Masked_piece> &pieces);
 
-}  // namespace reliability
+}  // namespace halvex_test
 
 #endif  // RELIABILITY_MEMORY_SCAN_H

@@ -8,13 +8,13 @@
 #include <iostream>
 #include <ostream>
 
-#include "bare_server.h"
 #include "counted_allocations.h"
 #include "fault_sweep.h"
-#include "loaded_component.h"
 #include "roads.h"
+#include "support/fake_server.h"
+#include "support/loaded_component.h"
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 // Reading a key asks libcrypto for memory some 3,000 times. Of such a road this many faults are
@@ -44,10 +44,9 @@ void PrintTo(const Case &one, std::ostream *out) { *out << one.name; }
 class Road_faults_test : public ::testing::TestWithParam<Case> {
  protected:
   static void SetUpTestSuite() {
-    static Loaded_component component{HALVEX_COMPONENT_PATH};
-    ASSERT_NE(component.descriptor(), nullptr);
-    ASSERT_EQ(component.descriptor()->init(), 0);
-    static Call_result result;
+    static Loaded_component component;
+    ASSERT_EQ(component.init(), 0);
+    static Raw_result result;
     for (const Road &road : all_roads()) {
       travel(road, result);
       ASSERT_EQ(complaint_about(road, result), nullptr) << road.name;
@@ -56,7 +55,7 @@ class Road_faults_test : public ::testing::TestWithParam<Case> {
 
   // Sweeps over one road.
   static Sweep_result sweep_road(const Road &road, Sweep plan) {
-    static Call_result result;
+    static Raw_result result;
     const bool server_only = plan.source == Fault_source::server;
     const Subject subject{road.name, [&road] { travel(road, result); },
                           [&road, server_only, plan](bool faults) {
@@ -97,4 +96,4 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<Case> &one) { return one.param.name; });
 
 }  // namespace
-}  // namespace reliability
+}  // namespace halvex_test

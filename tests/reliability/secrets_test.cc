@@ -21,12 +21,14 @@
 #include <vector>
 
 #include "arena_allocations.h"
-#include "bare_server.h"
-#include "loaded_component.h"
 #include "memory_scan.h"
-#include "sanitizers.h"
+#include "support/fake_server.h"
+#include "support/fixture.h"
+#include "support/loaded_component.h"
+#include "support/raw_call.h"
+#include "support/sanitizers.h"
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 constexpr std::size_t marker_length = 48;
@@ -43,30 +45,29 @@ class Stage {
   Stage &operator=(const Stage &) = delete;
 
   // Reads a key file without any buffer in between.
-  Argument load_file(const std::string &name) {
-    const std::string path = std::string(HALVEX_FIXTURES) + "/" + name;
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  Argument_view load_file(const std::string &name) {
+    const int file = open(fixture_path(name).c_str(), O_RDONLY | O_CLOEXEC);
     char *start = memory_ + used_;
     const ssize_t got = read(file, start, stage_size - used_ - 1);
     close(file);
     used_ += got < 0 ? 0 : static_cast<std::size_t>(got) + 1;
-    return {STRING_RESULT, start, got < 0 ? 0 : static_cast<std::size_t>(got), 0};
+    return {STRING_RESULT, start, got < 0 ? 0 : static_cast<std::size_t>(got)};
   }
 
   // A random plaintext.
-  Argument load_marker() {
+  Argument_view load_marker() {
     char *start = memory_ + used_;
     EXPECT_EQ(getrandom(start, marker_length, 0), static_cast<ssize_t>(marker_length));
     used_ += marker_length + 1;
-    return {STRING_RESULT, start, marker_length, 0};
+    return {STRING_RESULT, start, marker_length};
   }
 
   // Puts an earlier result up as an argument.
-  Argument load_bytes(const Call_result &result) {
+  Argument_view load_bytes(const Raw_result &result) {
     char *start = memory_ + used_;
     std::memcpy(start, result.bytes, result.length);
     used_ += result.length + 1;
-    return {STRING_RESULT, start, result.length, 0};
+    return {STRING_RESULT, start, result.length};
   }
 
   void wipe() {
@@ -78,8 +79,6 @@ class Stage {
   char *memory_;
   std::size_t used_ = 0;
 };
-
-Argument text(const char *value) { return {STRING_RESULT, value, std::strlen(value), 0}; }
 
 // What to look for: pieces from all over a secret.
 std::vector<Masked_piece> pieces_of(const char *secret, std::size_t length) {
@@ -119,14 +118,14 @@ class Secrets_test : public ::testing::Test {
     if (under_address_sanitizer || under_thread_sanitizer) {
       GTEST_SKIP() << "the sanitizers' shadow memory is too large to scan";
     }
-    ASSERT_EQ(component.descriptor()->init(), 0);
+    ASSERT_EQ(component.init(), 0);
   }
 
   // Calls `function` and scans for the secrets: those in `secret_arguments`, and the result if it
   // is one.
-  void expect_no_leftover(const char *function, std::span<const Argument> arguments,
+  void expect_no_leftover(const char *function, std::span<const Argument_view> arguments,
                           std::span<const std::size_t> secret_arguments, bool result_is_secret,
-                          Call_result::Ending ending) {
+                          Raw_result::Ending ending) {
     std::vector<Masked_piece> pieces;
     for (const std::size_t position : secret_arguments) {
       const auto more = pieces_of(arguments[position].bytes, arguments[position].length);
@@ -164,84 +163,84 @@ class Secrets_test : public ::testing::Test {
   }
 
   Stage stage;
-  Loaded_component component{HALVEX_COMPONENT_PATH};
-  std::unique_ptr<Call_result> result = std::make_unique<Call_result>();
+  Loaded_component component;
+  std::unique_ptr<Raw_result> result = std::make_unique<Raw_result>();
 };
 
-using Ending = Call_result::Ending;
+using Ending = Raw_result::Ending;
 
 TEST_F(Secrets_test, PublicHalfOfAKey) {
-  const std::array arguments{text("RSA"), stage.load_file("rsa2048.pem")};
+  const std::array arguments{view_of("RSA"), stage.load_file("rsa2048.pem")};
   expect_no_leftover("create_asymmetric_pub_key", arguments, std::array<std::size_t, 1>{1}, false,
                      Ending::value);
 }
 
 TEST_F(Secrets_test, CreatedKey) {
-  const std::array arguments{text("RSA"), Argument{INT_RESULT, nullptr, 0, 2048}};
+  const std::array arguments{view_of("RSA"), view_of_integer<2048>()};
   expect_no_leftover("create_asymmetric_priv_key", arguments, {}, true, Ending::value);
 }
 
 TEST_F(Secrets_test, EncryptedText) {
-  const std::array arguments{text("RSA"), stage.load_marker(),
+  const std::array arguments{view_of("RSA"), stage.load_marker(),
                              stage.load_file("rsa2048-public.pem")};
   expect_no_leftover("asymmetric_encrypt", arguments, std::array<std::size_t, 1>{1}, false,
                      Ending::value);
 }
 
 TEST_F(Secrets_test, PrivateKeyTakenForAPublicOne) {
-  const std::array arguments{text("RSA"), stage.load_marker(), stage.load_file("rsa2048.pem")};
+  const std::array arguments{view_of("RSA"), stage.load_marker(), stage.load_file("rsa2048.pem")};
   expect_no_leftover("asymmetric_encrypt", arguments, std::array<std::size_t, 2>{1, 2}, false,
                      Ending::null);
 }
 
 TEST_F(Secrets_test, DecryptedText) {
-  const std::array encryption{text("RSA"), stage.load_marker(),
+  const std::array encryption{view_of("RSA"), stage.load_marker(),
                               stage.load_file("rsa2048-public.pem")};
   call(*find_function("asymmetric_encrypt"), encryption, *result);
-  const auto ciphertext = std::make_unique<Call_result>(*result);
+  const auto ciphertext = std::make_unique<Raw_result>(*result);
   stage.wipe();
-  const std::array arguments{text("RSA"), stage.load_bytes(*ciphertext),
+  const std::array arguments{view_of("RSA"), stage.load_bytes(*ciphertext),
                              stage.load_file("rsa2048.pem")};
   expect_no_leftover("asymmetric_decrypt", arguments, std::array<std::size_t, 1>{2}, true,
                      Ending::value);
 }
 
 TEST_F(Secrets_test, FailedDecryption) {
-  const std::array arguments{text("RSA"), text("no ciphertext"),
+  const std::array arguments{view_of("RSA"), view_of("no ciphertext"),
                              stage.load_file("rsa2048-traditional.pem")};
   expect_no_leftover("asymmetric_decrypt", arguments, std::array<std::size_t, 1>{2}, false,
                      Ending::null);
 }
 
 TEST_F(Secrets_test, SigningKey) {
-  const std::array arguments{text("RSA"), stage.load_marker(), stage.load_file("rsa2048.pem"),
-                             text("SHA256")};
+  const std::array arguments{view_of("RSA"), stage.load_marker(), stage.load_file("rsa2048.pem"),
+                             view_of("SHA256")};
   expect_no_leftover("asymmetric_sign", arguments, std::array<std::size_t, 2>{1, 2}, false,
                      Ending::value);
 }
 
 TEST_F(Secrets_test, DamagedSigningKey) {
-  const std::array arguments{text("RSA"), stage.load_marker(),
-                             stage.load_file("rsa2048-truncated.pem"), text("SHA256")};
+  const std::array arguments{view_of("RSA"), stage.load_marker(),
+                             stage.load_file("rsa2048-truncated.pem"), view_of("SHA256")};
   expect_no_leftover("asymmetric_sign", arguments, std::array<std::size_t, 2>{1, 2}, false,
                      Ending::null);
 }
 
 TEST_F(Secrets_test, PrivateKeyGivenToVerify) {
-  const std::array arguments{text("RSA"), stage.load_marker(), text("a signature"),
-                             stage.load_file("rsa2048.pem"), text("SHA256")};
+  const std::array arguments{view_of("RSA"), stage.load_marker(), view_of("a signature"),
+                             stage.load_file("rsa2048.pem"), view_of("SHA256")};
   expect_no_leftover("asymmetric_verify", arguments, std::array<std::size_t, 2>{1, 3}, false,
                      Ending::null);
 }
 
 TEST_F(Secrets_test, HashedText) {
-  const std::array arguments{text("SHA256"), stage.load_marker()};
+  const std::array arguments{view_of("SHA256"), stage.load_marker()};
   expect_no_leftover("create_digest", arguments, std::array<std::size_t, 1>{1}, false,
                      Ending::value);
 }
 
 }  // namespace
-}  // namespace reliability
+}  // namespace halvex_test
 
 // The dynamic linker, on the first call of a function, saves all vector registers to the stack, and
 // with them what the last memcpy moved. Binding everything at start keeps that out of the picture.
@@ -251,7 +250,7 @@ int main(int argc, char **argv) {
     execv("/proc/self/exe", argv);
     return EXIT_FAILURE;
   }
-  if (!reliability::give_libcrypto_an_arena()) {
+  if (!halvex_test::give_libcrypto_an_arena()) {
     std::cerr << "libcrypto allocated before it got its arena\n";
     return EXIT_FAILURE;
   }

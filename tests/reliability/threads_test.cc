@@ -14,12 +14,12 @@
 #include <thread>
 #include <vector>
 
-#include "bare_server.h"
-#include "loaded_component.h"
 #include "roads.h"
-#include "sanitizers.h"
+#include "support/fake_server.h"
+#include "support/loaded_component.h"
+#include "support/sanitizers.h"
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 constexpr std::size_t callers = 8;
@@ -44,7 +44,7 @@ struct Measured_road {
   Counts records;
 };
 
-Counts records_of_a_trip(const Road &road, bool legacy, Call_result &result) {
+Counts records_of_a_trip(const Road &road, bool legacy, Raw_result &result) {
   Road variant = road;
   variant.legacy = legacy;
   const Counts before = records_by_code();
@@ -58,8 +58,8 @@ Counts records_of_a_trip(const Road &road, bool legacy, Call_result &result) {
 
 std::vector<Measured_road> steady_roads() {
   std::vector<Measured_road> steady;
-  const auto on = std::make_unique<Call_result>();
-  const auto off = std::make_unique<Call_result>();
+  const auto on = std::make_unique<Raw_result>();
+  const auto off = std::make_unique<Raw_result>();
   for (const Road &road : all_roads()) {
     if (road.slow) {
       continue;
@@ -75,10 +75,11 @@ std::vector<Measured_road> steady_roads() {
 // Sets both variables without pause until told to stop.
 void keep_setting(const std::atomic<bool> &stop, std::atomic<std::size_t> &failures) {
   for (long long turn = 0; !stop.load(std::memory_order_relaxed); ++turn) {
-    const bool set = set_variable("maximum_rsa_key_size", turn % 2 == 0 ? 3072 : 4096) &&
-                     set_variable("rsa_support_legacy_padding", turn % 2);
-    const bool refused = !set_variable("maximum_rsa_key_size", 1000);
-    failures += set && refused ? 0 : 1;
+    switch_legacy_padding(turn % 2 != 0);
+    const bool is_set =
+        set_variable("maximum_rsa_key_size", turn % 2 == 0 ? 3072 : 4096) == Set_result::accepted;
+    const bool is_rejected = set_variable("maximum_rsa_key_size", 1000) == Set_result::rejected;
+    failures += is_set && is_rejected ? 0 : 1;
     std::this_thread::yield();
   }
 }
@@ -86,7 +87,7 @@ void keep_setting(const std::atomic<bool> &stop, std::atomic<std::size_t> &failu
 // Travels every road, each thread starting at another one, and notes what was wrong.
 void keep_calling(std::size_t caller, const std::vector<Measured_road> &roads,
                   std::string &complaint) {
-  const auto result = std::make_unique<Call_result>();
+  const auto result = std::make_unique<Raw_result>();
   for (std::size_t trip = 0; trip < rounds * roads.size(); ++trip) {
     const Road &road = *roads[(trip + caller * 5) % roads.size()].road;
     call(*find_function(road.function.c_str()), road.arguments, *result);
@@ -102,9 +103,8 @@ void keep_calling(std::size_t caller, const std::vector<Measured_road> &roads,
 
 TEST(Threads_test, MixedCallsWhileVariablesChange) {
   UI_set_default_method(UI_null());
-  Loaded_component component{HALVEX_COMPONENT_PATH};
-  ASSERT_NE(component.descriptor(), nullptr);
-  ASSERT_EQ(component.descriptor()->init(), 0);
+  Loaded_component component;
+  ASSERT_EQ(component.init(), 0);
   const std::vector<Measured_road> roads = steady_roads();
   ASSERT_GT(roads.size(), 20U);
   std::cout << roads.size() << " roads\n";
@@ -129,7 +129,7 @@ TEST(Threads_test, MixedCallsWhileVariablesChange) {
   }
   EXPECT_EQ(refused_settings, 0U);
   EXPECT_EQ(malformed_records(), 0U);
-  EXPECT_EQ(live_server_blocks(), 0);
+  EXPECT_EQ(open_lines() + open_buffers(), 0);
   // No record is lost, and none is there twice.
   Counts expected = before;
   for (const Measured_road &measured : roads) {
@@ -143,8 +143,8 @@ TEST(Threads_test, MixedCallsWhileVariablesChange) {
 // A key of the size that was the limit when its call began is created whatever happens to the
 // limit.
 TEST(Threads_test, KeysAreCreatedWhileTheLimitChanges) {
-  Loaded_component component{HALVEX_COMPONENT_PATH};
-  ASSERT_EQ(component.descriptor()->init(), 0);
+  Loaded_component component;
+  ASSERT_EQ(component.init(), 0);
   std::atomic<bool> stop{false};
   std::atomic<std::size_t> refused_settings{0};
   std::thread setter{[&] { keep_setting(stop, refused_settings); }};
@@ -155,7 +155,7 @@ TEST(Threads_test, KeysAreCreatedWhileTheLimitChanges) {
   threads.reserve(complaints.size());
   for (std::string &complaint : complaints) {
     threads.emplace_back([&] {
-      const auto result = std::make_unique<Call_result>();
+      const auto result = std::make_unique<Raw_result>();
       call(*find_function(creation.function.c_str()), creation.arguments, *result);
       const char *wrong = complaint_about(creation, *result);
       complaint = wrong == nullptr ? "" : wrong;
@@ -170,4 +170,4 @@ TEST(Threads_test, KeysAreCreatedWhileTheLimitChanges) {
 }
 
 }  // namespace
-}  // namespace reliability
+}  // namespace halvex_test

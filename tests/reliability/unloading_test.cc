@@ -4,22 +4,23 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <thread>
 
-#include "bare_server.h"
 #include "counted_allocations.h"
-#include "fault_plan.h"
-#include "loaded_component.h"
-#include "sanitizers.h"
+#include "support/fake_server.h"
+#include "support/fault_plan.h"
+#include "support/loaded_component.h"
+#include "support/raw_call.h"
+#include "support/sanitizers.h"
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 constexpr int warm_up_cycles = 100;
-constexpr const char *object = "component_halvex_encryption.so";
 
 // A page here and there belongs to libcrypto and the loader; an object of ours that stayed would be
 // hundreds.
@@ -35,53 +36,52 @@ long resident_kilobytes() {
 
 // A road that reads a key and reports an error, and one that succeeds.
 void use_component() {
-  static const Argument digest_arguments[]{{STRING_RESULT, "SHA256", 6, 0},
-                                           {STRING_RESULT, "abc", 3, 0}};
-  static const Argument encrypt_arguments[]{
-      {STRING_RESULT, "RSA", 3, 0}, {STRING_RESULT, "abc", 3, 0}, {STRING_RESULT, "no key", 6, 0}};
-  const auto result = std::make_unique<Call_result>();
+  static const std::array digest_arguments{view_of("SHA256"), view_of("abc")};
+  static const std::array encrypt_arguments{view_of("RSA"), view_of("abc"), view_of("no key")};
+  const auto result = std::make_unique<Raw_result>();
   call(*find_function("create_digest"), digest_arguments, *result);
-  EXPECT_EQ(result->ending, Call_result::Ending::value);
+  EXPECT_EQ(result->ending, Raw_result::Ending::value);
   call(*find_function("asymmetric_encrypt"), encrypt_arguments, *result);
-  EXPECT_EQ(result->ending, Call_result::Ending::null);
+  EXPECT_EQ(result->ending, Raw_result::Ending::null);
 }
 
 void load_use_deinit_unload() {
-  Loaded_component component{HALVEX_COMPONENT_PATH};
-  ASSERT_EQ(component.descriptor()->init(), 0);
+  Loaded_component component;
+  ASSERT_EQ(component.init(), 0);
   use_component();
-  ASSERT_EQ(component.descriptor()->deinit(), 0);
+  ASSERT_EQ(component.deinit(), 0);
 }
 
 void unload_without_deinit() {
-  Loaded_component component{HALVEX_COMPONENT_PATH};
-  ASSERT_EQ(component.descriptor()->init(), 0);
+  Loaded_component component;
+  ASSERT_EQ(component.init(), 0);
   use_component();
+  component.unload();
 }
 
 void unload_after_failed_init() {
-  Loaded_component component{HALVEX_COMPONENT_PATH};
+  Loaded_component component;
   constexpr std::size_t fifth_registration = 5;
   arm_faults(Fault_source::server, Fault_mode::once, fifth_registration);
-  EXPECT_EQ(component.descriptor()->init(), 1);
+  EXPECT_EQ(component.init(), 1);
   disarm_faults();
 }
 
 void in_another_thread() { std::thread{load_use_deinit_unload}.join(); }
 
 void load_here_use_in_another_thread() {
-  Loaded_component component{HALVEX_COMPONENT_PATH};
-  ASSERT_EQ(component.descriptor()->init(), 0);
+  Loaded_component component;
+  ASSERT_EQ(component.init(), 0);
   std::thread{use_component}.join();
-  ASSERT_EQ(component.descriptor()->deinit(), 0);
+  ASSERT_EQ(component.deinit(), 0);
 }
 
 void run_cycles(int count, void (*cycle)()) {
   for (int i = 0; i < count && !::testing::Test::HasFailure(); ++i) {
     cycle();
-    ASSERT_FALSE(is_mapped(object)) << "cycle " << i;
-    ASSERT_EQ(registered_functions() + registered_variables(), 0U) << "cycle " << i;
-    ASSERT_EQ(live_server_blocks(), 0) << "cycle " << i;
+    ASSERT_FALSE(component_is_mapped()) << "cycle " << i;
+    ASSERT_EQ(registered_functions().size() + registered_variables().size(), 0U) << "cycle " << i;
+    ASSERT_EQ(open_lines() + open_buffers(), 0) << "cycle " << i;
   }
 }
 
@@ -121,4 +121,4 @@ INSTANTIATE_TEST_SUITE_P(After, Unloading_test,
                          [](const ::testing::TestParamInfo<Cycle> &one) { return one.param.name; });
 
 }  // namespace
-}  // namespace reliability
+}  // namespace halvex_test

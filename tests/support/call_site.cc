@@ -7,8 +7,8 @@
 namespace halvex_test {
 namespace {
 
-[[noreturn]] void give_up(const std::string &function, const char *why) {
-  static_cast<void>(std::fprintf(stderr, "Call_site of %s: %s\n", function.c_str(), why));
+[[noreturn]] void abort_with(const Registered_function &function, const char *why) {
+  static_cast<void>(std::fprintf(stderr, "Call_site of %s: %s\n", function.name.c_str(), why));
   std::abort();
 }
 
@@ -33,11 +33,6 @@ std::unique_ptr<char[]> exact_copy(const Argument &argument) {
   std::memcpy(copy.get(), argument.value->c_str(), size);
   return copy;
 }
-
-// Text that differs from whatever a function is likely to write.
-constexpr char unwritten = '\x5A';
-// A server lends its row callbacks a buffer of this size.
-constexpr size_t host_buffer_size = 766;
 
 }  // namespace
 
@@ -101,75 +96,34 @@ Call_site::Call_site(const Registered_function &function, const std::vector<Argu
 
   Arguments in_server_shape(arguments);
   const auto message = std::make_unique<char[]>(DOVRIN_UDF_MESSAGE_SIZE);
-  std::memset(message.get(), unwritten, DOVRIN_UDF_MESSAGE_SIZE);
-  const bool refused = function_.init(instance_.get(), &in_server_shape.record, message.get());
+  if (!run_init(function_, *instance_, in_server_shape.record, message.get())) {
+    refusal_ = message.get();
+  }
   for (size_t i = 0; i < arguments.size(); ++i) {
     if (in_server_shape.types[i] != arguments[i].type) {
-      give_up(function_.name, "init changed the type of an argument");
+      abort_with(function_, "init changed the type of an argument");
     }
-  }
-  if (refused) {
-    if (std::memchr(message.get(), 0, DOVRIN_UDF_MESSAGE_SIZE) == nullptr) {
-      give_up(function_.name, "init refused without a terminated message");
-    }
-    refusal_ = message.get();
-  } else if (message[0] != unwritten) {
-    give_up(function_.name, "init accepted and wrote a message");
   }
 }
 
-Call_site::~Call_site() {
-  function_.deinit(instance_.get());
-  if (instance_->ptr != nullptr) {
-    give_up(function_.name, "deinit left an address in the function instance");
-  }
-}
+Call_site::~Call_site() { run_deinit(function_, *instance_); }
 
 Row_result Call_site::row(const std::vector<Argument> &arguments) {
   if (refusal_) {
-    give_up(function_.name, "a row was asked for after a refused init");
+    abort_with(function_, "a row was asked for after a refused init");
   }
   Arguments in_server_shape(arguments);
-  return function_.result_type == STRING_RESULT ? string_row(in_server_shape)
-                                                : integer_row(in_server_shape);
+  unsigned char is_null = 0;
+  const Raw_row row = run_row(function_, *instance_, in_server_shape.record, is_null);
+  Row_result result{row.is_null, "", row.integer, row.error, false};
+  if (row.bytes != nullptr) {
+    result.bytes.assign(row.bytes, row.length);
+    result.in_instance_buffer = row.bytes == instance_->ptr;
+  }
+  return result;
 }
 
 Row_result Call_site::row() { return row(first_arguments_); }
-
-Row_result Call_site::string_row(Arguments &arguments) {
-  const auto callback = reinterpret_cast<Udf_func_string>(function_.row);
-  std::string host_buffer(host_buffer_size, unwritten);
-  auto length = std::make_unique<unsigned long>(Call_site::unset_length);
-  auto is_null = std::make_unique<unsigned char>(0);
-  auto error = std::make_unique<unsigned char>(0);
-  const char *bytes = callback(instance_.get(), &arguments.record, host_buffer.data(), length.get(),
-                               is_null.get(), error.get());
-  if (host_buffer != std::string(host_buffer_size, unwritten)) {
-    give_up(function_.name, "the row wrote to the host's buffer");
-  }
-  if ((bytes == nullptr) != (*is_null != 0)) {
-    give_up(function_.name, "the returned pointer and is_null disagree");
-  }
-  Row_result result;
-  result.is_null = *is_null != 0;
-  result.error = *error != 0;
-  if (bytes != nullptr) {
-    result.bytes.assign(bytes, *length);
-    result.in_instance_buffer = bytes == instance_->ptr;
-  }
-  return result;
-}
-
-Row_result Call_site::integer_row(Arguments &arguments) {
-  const auto callback = reinterpret_cast<Udf_func_longlong>(function_.row);
-  auto is_null = std::make_unique<unsigned char>(0);
-  auto error = std::make_unique<unsigned char>(0);
-  Row_result result;
-  result.integer = callback(instance_.get(), &arguments.record, is_null.get(), error.get());
-  result.is_null = *is_null != 0;
-  result.error = *error != 0;
-  return result;
-}
 
 Call_result call(const Registered_function &function, const std::vector<Argument> &arguments) {
   Call_site site(function, arguments);
@@ -181,7 +135,7 @@ Call_result call(const Registered_function &function, const std::vector<Argument
   return result;
 }
 
-Call_result call(const Fake_server &server, const std::string &function,
+Call_result call(const Recording_server &server, const std::string &function,
                  const std::vector<Argument> &arguments) {
   return call(server.function(function), arguments);
 }

@@ -1,5 +1,4 @@
-// Calls a registered SQL function as a server does: one Call_site is one call site of one
-// statement.
+// Calls of SQL functions with C++ values: one Call_site is one call site of one statement.
 
 #ifndef HALVEX_TESTS_SUPPORT_CALL_SITE_H
 #define HALVEX_TESTS_SUPPORT_CALL_SITE_H
@@ -10,7 +9,8 @@
 #include <vector>
 
 #include "dovrin/udf.h"
-#include "support/fake_server.h"
+#include "support/raw_call.h"
+#include "support/recording_server.h"
 
 namespace halvex_test {
 
@@ -71,9 +71,6 @@ class Call_site {
  private:
   struct Arguments;
 
-  Row_result string_row(Arguments &arguments);
-  Row_result integer_row(Arguments &arguments);
-
   Registered_function function_;
   std::vector<Argument> first_arguments_;
   std::unique_ptr<UDF_INIT> instance_;
@@ -89,7 +86,7 @@ struct Call_result {
 // Runs init, one row unless refused, and deinit.
 Call_result call(const Registered_function &function, const std::vector<Argument> &arguments);
 // The same by name, of a function registered with this server.
-Call_result call(const Fake_server &server, const std::string &function,
+Call_result call(const Recording_server &server, const std::string &function,
                  const std::vector<Argument> &arguments);
 
 }  // namespace halvex_test

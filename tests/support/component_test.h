@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "support/call_site.h"
-#include "support/fake_server.h"
 #include "support/fixture.h"
 #include "support/loaded_component.h"
 #include "support/record.h"
+#include "support/recording_server.h"
 
 namespace halvex_test {
 
@@ -23,8 +23,8 @@ class Component_test : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(component.init(), 0); }
   void TearDown() override {
-    EXPECT_EQ(server.open_lines(), 0U);
-    EXPECT_EQ(server.open_buffers(), 0U);
+    EXPECT_EQ(open_lines(), 0);
+    EXPECT_EQ(open_buffers(), 0);
   }
 
   // One statement of one row.
@@ -32,7 +32,7 @@ class Component_test : public ::testing::Test {
     return halvex_test::call(server, function, arguments);
   }
 
-  Fake_server server;
+  Recording_server server;
   Loaded_component component;
 };
 

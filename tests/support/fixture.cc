@@ -9,6 +9,10 @@ namespace halvex_test {
 
 std::string fixture(const std::string &name) { return project_file("tests/fixtures/" + name); }
 
+std::string fixture_path(const std::string &name) {
+  return std::string(HALVEX_PROJECT_FOLDER) + "/tests/fixtures/" + name;
+}
+
 std::string project_file(const std::string &path) {
   const std::string whole_path = std::string(HALVEX_PROJECT_FOLDER) + "/" + path;
   const std::ifstream file(whole_path, std::ios::binary);

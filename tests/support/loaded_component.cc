@@ -2,34 +2,50 @@
 
 #include <dlfcn.h>
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "support/fake_server.h"
 
 namespace halvex_test {
 namespace {
 
-[[noreturn]] void give_up_with_dlerror() {
+[[noreturn]] void abort_with_dlerror() {
   static_cast<void>(std::fprintf(stderr, "Loaded_component: %s\n", dlerror()));
   std::abort();
 }
 
 }  // namespace
 
-std::string component_path() { return HALVEX_COMPONENT_PATH; }
+const char *component_path() { return HALVEX_COMPONENT_PATH; }
 
-Loaded_component::Loaded_component() : handle_(dlopen(component_path().c_str(), RTLD_NOW)) {
+bool component_is_mapped() {
+  std::FILE *maps = std::fopen("/proc/self/maps", "re");
+  if (maps == nullptr) {
+    return true;
+  }
+  bool found = false;
+  std::array<char, 4352> line{};
+  while (!found && std::fgets(line.data(), line.size(), maps) != nullptr) {
+    found = std::strstr(line.data(), "component_halvex_encryption.so") != nullptr;
+  }
+  static_cast<void>(std::fclose(maps));
+  return found;
+}
+
+Loaded_component::Loaded_component() : handle_(dlopen(component_path(), RTLD_NOW)) {
   if (handle_ == nullptr) {
-    give_up_with_dlerror();
+    abort_with_dlerror();
   }
   void *entry = dlsym(handle_, "list_components");
   if (entry == nullptr) {
-    give_up_with_dlerror();
+    abort_with_dlerror();
   }
   list_components_ = reinterpret_cast<Dovrin_list_components>(entry);
   descriptor_ = list_components_();
-  Fake_server::fill_slots(*descriptor_);
+  fill_slots(*descriptor_);
 }
 
 Loaded_component::~Loaded_component() {
@@ -56,7 +72,7 @@ void Loaded_component::unload() {
     return;
   }
   if (dlclose(handle_) != 0) {
-    give_up_with_dlerror();
+    abort_with_dlerror();
   }
   handle_ = nullptr;
 }

@@ -1,20 +1,20 @@
-// The shipped shared object, loaded as a server loads it.
+// The shipped shared object, loaded as a server loads it. Uses no operator new.
 
 #ifndef HALVEX_TESTS_SUPPORT_LOADED_COMPONENT_H
 #define HALVEX_TESTS_SUPPORT_LOADED_COMPONENT_H
-
-#include <string>
 
 #include "dovrin/component.h"
 
 namespace halvex_test {
 
 // The path of the shared object that this build made.
-std::string component_path();
+const char *component_path();
 
-// Loads the shared object, gets its descriptor and fills its slots with the fake server's tables,
-// which must exist as long as the object is loaded. Aborts with the reason when loading fails.
-// One thread at a time.
+// Whether the shared object is mapped into this process.
+[[nodiscard]] bool component_is_mapped();
+
+// Loads the shared object, gets its descriptor and fills its slots with the fake server's tables.
+// Aborts with the reason if loading fails. One at a time.
 class Loaded_component {
  public:
   Loaded_component();

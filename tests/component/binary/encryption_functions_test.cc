@@ -22,9 +22,6 @@ class EncryptionFunctions : public Component_test {
   Call_result decrypt(const std::string &data, const std::string &key) const {
     return call("asymmetric_decrypt", {"RSA", data, key});
   }
-  void switch_legacy_padding(bool on) const {
-    set_boolean_variable(server.variable("rsa_support_legacy_padding"), on);
-  }
 
   static Record encryption_failed(const std::string &data_length) {
     return error_record(13925, 354, "functions", "encrypt",

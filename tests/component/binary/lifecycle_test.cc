@@ -29,10 +29,10 @@ constexpr const char *register_key_size =
     "register_variable component_halvex_encryption.maximum_rsa_key_size";
 constexpr const char *register_padding =
     "register_variable component_halvex_encryption.rsa_support_legacy_padding";
-constexpr const char *withdraw_key_size =
-    "withdraw_variable component_halvex_encryption.maximum_rsa_key_size";
-constexpr const char *withdraw_padding =
-    "withdraw_variable component_halvex_encryption.rsa_support_legacy_padding";
+constexpr const char *unregister_key_size =
+    "unregister_variable component_halvex_encryption.maximum_rsa_key_size";
+constexpr const char *unregister_padding =
+    "unregister_variable component_halvex_encryption.rsa_support_legacy_padding";
 
 // The first `count` functions with an operation before each.
 Calls functions(const std::string &operation, size_t count = function_names.size()) {
@@ -43,14 +43,14 @@ Calls functions(const std::string &operation, size_t count = function_names.size
   return calls;
 }
 
-// A part of a list of calls; counted from its end when `begin` is negative.
+// A part of a list of calls, from the index `begin` to before `end`.
 Calls slice(const Calls &calls, size_t begin, size_t end) {
   return {calls.begin() + static_cast<long>(begin), calls.begin() + static_cast<long>(end)};
 }
 
 class Lifecycle : public ::testing::Test {
  protected:
-  Fake_server server;
+  Recording_server server;
   Loaded_component component;
 };
 
@@ -72,7 +72,7 @@ TEST_F(Lifecycle, KeySizeVariableIsRegisteredWithItsTypeLimitsAndCallbacks) {
   EXPECT_NE(variable.check, nullptr);
   EXPECT_NE(variable.update, nullptr);
   EXPECT_THAT(variable.limits, ElementsAre(4096, 2048, 16384, 1024));
-  EXPECT_EQ(integer_value(variable), 4096);
+  EXPECT_EQ(integer_value("maximum_rsa_key_size"), 4096);
 }
 
 TEST_F(Lifecycle, PaddingVariableIsRegisteredWithItsTypeAndWithoutCallbacks) {
@@ -84,7 +84,7 @@ TEST_F(Lifecycle, PaddingVariableIsRegisteredWithItsTypeAndWithoutCallbacks) {
             "Supports legacy padding in decryption and signature verification functions");
   EXPECT_EQ(variable.check, nullptr);
   EXPECT_EQ(variable.update, nullptr);
-  EXPECT_THAT(variable.limits, ElementsAre(0));
+  EXPECT_THAT(variable.limits, ElementsAre(0, 0, 0, 0));
   EXPECT_FALSE(*static_cast<const bool *>(variable.storage));
 }
 
@@ -117,7 +117,7 @@ TEST_F(Lifecycle, RefusedKeySizeVariableStopsThePaddingVariableButNotTheFunction
   ASSERT_EQ(calls.size(), 15U);
   EXPECT_EQ(calls[0], register_key_size);
   EXPECT_EQ(slice(calls, 1, 8), functions("register_function"));
-  EXPECT_THAT(slice(calls, 8, 15), UnorderedElementsAreArray(functions("withdraw_function")));
+  EXPECT_THAT(slice(calls, 8, 15), UnorderedElementsAreArray(functions("unregister_function")));
   EXPECT_THAT(server.functions(), IsEmpty());
   EXPECT_THAT(server.records(),
               ElementsAre(error_record(13915, 41, "utilities", "add",
@@ -131,8 +131,8 @@ TEST_F(Lifecycle, RefusedPaddingVariableWithdrawsTheOtherVariableThenTheFunction
   ASSERT_EQ(calls.size(), 17U);
   EXPECT_THAT(slice(calls, 0, 2), ElementsAre(register_key_size, register_padding));
   EXPECT_EQ(slice(calls, 2, 9), functions("register_function"));
-  EXPECT_EQ(calls[9], withdraw_key_size);
-  EXPECT_THAT(slice(calls, 10, 17), UnorderedElementsAreArray(functions("withdraw_function")));
+  EXPECT_EQ(calls[9], unregister_key_size);
+  EXPECT_THAT(slice(calls, 10, 17), UnorderedElementsAreArray(functions("unregister_function")));
   EXPECT_THAT(server.records(), ElementsAre(error_record(
                                     13915, 41, "utilities", "add",
                                     {"component_halvex_encryption.rsa_support_legacy_padding"})));
@@ -144,8 +144,8 @@ TEST_F(Lifecycle, RefusedFourthFunctionLeavesTheLaterOnesUnattemptedAndWithdraws
   const Calls calls = server.registration_calls();
   ASSERT_EQ(calls.size(), 11U);
   EXPECT_EQ(slice(calls, 2, 6), functions("register_function", 4));
-  EXPECT_THAT(slice(calls, 6, 8), UnorderedElementsAre(withdraw_key_size, withdraw_padding));
-  EXPECT_THAT(slice(calls, 8, 11), UnorderedElementsAreArray(functions("withdraw_function", 3)));
+  EXPECT_THAT(slice(calls, 6, 8), UnorderedElementsAre(unregister_key_size, unregister_padding));
+  EXPECT_THAT(slice(calls, 8, 11), UnorderedElementsAreArray(functions("unregister_function", 3)));
   EXPECT_THAT(server.functions(), IsEmpty());
   EXPECT_THAT(server.variables(), IsEmpty());
   EXPECT_THAT(server.records(), ElementsAre(error_record(13917, 83, "utilities", "add_scalar",
@@ -170,8 +170,8 @@ TEST_F(Lifecycle, RefusalOfAnyOneFunctionLeavesNothingRegistered) {
 
 TEST_F(Lifecycle, FailedRollbackStillGivesOneAndIsRetriedByDeinit) {
   server.refuse_function("create_digest");
-  server.refuse_variable_withdrawal("rsa_support_legacy_padding");
-  server.refuse_function_withdrawal("asymmetric_sign", 1);
+  server.refuse_to_unregister_variable("rsa_support_legacy_padding");
+  server.refuse_to_unregister_function("asymmetric_sign", 1);
   EXPECT_EQ(component.init(), 1);
   EXPECT_THAT(server.records(),
               ElementsAre(error_record(13917, 83, "utilities", "add_scalar", {"create_digest"}),
@@ -182,7 +182,7 @@ TEST_F(Lifecycle, FailedRollbackStillGivesOneAndIsRetriedByDeinit) {
   server.forget_calls();
   EXPECT_EQ(component.deinit(), 0);
   EXPECT_THAT(server.registration_calls(),
-              ElementsAre(withdraw_padding, "withdraw_function asymmetric_sign"));
+              ElementsAre(unregister_padding, "unregister_function asymmetric_sign"));
 }
 
 TEST_F(Lifecycle, DeinitWithdrawsVariablesThenFunctionsAndASecondDoesNothing) {
@@ -191,8 +191,8 @@ TEST_F(Lifecycle, DeinitWithdrawsVariablesThenFunctionsAndASecondDoesNothing) {
   EXPECT_EQ(component.deinit(), 0);
   const Calls calls = server.registration_calls();
   ASSERT_EQ(calls.size(), 9U);
-  EXPECT_THAT(slice(calls, 0, 2), UnorderedElementsAre(withdraw_key_size, withdraw_padding));
-  EXPECT_THAT(slice(calls, 2, 9), UnorderedElementsAreArray(functions("withdraw_function")));
+  EXPECT_THAT(slice(calls, 0, 2), UnorderedElementsAre(unregister_key_size, unregister_padding));
+  EXPECT_THAT(slice(calls, 2, 9), UnorderedElementsAreArray(functions("unregister_function")));
 
   server.forget_calls();
   EXPECT_EQ(component.deinit(), 0);
@@ -202,7 +202,7 @@ TEST_F(Lifecycle, DeinitWithdrawsVariablesThenFunctionsAndASecondDoesNothing) {
 
 TEST_F(Lifecycle, RefusedVariableWithdrawalIsReportedAndOnlyThatOneIsRetried) {
   ASSERT_EQ(component.init(), 0);
-  server.refuse_variable_withdrawal("maximum_rsa_key_size");
+  server.refuse_to_unregister_variable("maximum_rsa_key_size");
   EXPECT_EQ(component.deinit(), 1);
   EXPECT_THAT(server.functions(), IsEmpty());
   const Record refusal = error_record(13916, 58, "utilities", "unregister",
@@ -211,7 +211,7 @@ TEST_F(Lifecycle, RefusedVariableWithdrawalIsReportedAndOnlyThatOneIsRetried) {
 
   server.forget_calls();
   EXPECT_EQ(component.deinit(), 1);
-  EXPECT_THAT(server.registration_calls(), ElementsAre(withdraw_key_size));
+  EXPECT_THAT(server.registration_calls(), ElementsAre(unregister_key_size));
   EXPECT_THAT(server.records(), ElementsAre(refusal, refusal));
 
   server.accept_everything();
@@ -220,7 +220,7 @@ TEST_F(Lifecycle, RefusedVariableWithdrawalIsReportedAndOnlyThatOneIsRetried) {
 
 TEST_F(Lifecycle, RefusedFunctionWithdrawalIsReportedAndRetried) {
   ASSERT_EQ(component.init(), 0);
-  server.refuse_function_withdrawal("asymmetric_verify", 1);
+  server.refuse_to_unregister_function("asymmetric_verify", 1);
   EXPECT_EQ(component.deinit(), 1);
   EXPECT_THAT(server.variables(), IsEmpty());
   EXPECT_THAT(server.records(), ElementsAre(error_record(13918, 98, "utilities", "unregister",
@@ -228,12 +228,12 @@ TEST_F(Lifecycle, RefusedFunctionWithdrawalIsReportedAndRetried) {
   server.accept_everything();
   server.forget_calls();
   EXPECT_EQ(component.deinit(), 0);
-  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_function asymmetric_verify"));
+  EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_function asymmetric_verify"));
 }
 
 TEST_F(Lifecycle, FunctionThatTheServerNoLongerKnowsIsDroppedSilently) {
   ASSERT_EQ(component.init(), 0);
-  server.refuse_function_withdrawal("asymmetric_verify", 0);
+  server.refuse_to_unregister_function("asymmetric_verify", 0);
   EXPECT_EQ(component.deinit(), 0);
   EXPECT_THAT(server.records(), IsEmpty());
   server.forget_calls();
@@ -247,22 +247,22 @@ TEST_F(Lifecycle, UnloadingWithoutDeinitWithdrawsTheFunctionsThenTheVariables) {
   component.unload();
   const Calls calls = server.registration_calls();
   ASSERT_EQ(calls.size(), 9U);
-  EXPECT_THAT(slice(calls, 0, 7), UnorderedElementsAreArray(functions("withdraw_function")));
-  EXPECT_THAT(slice(calls, 7, 9), UnorderedElementsAre(withdraw_key_size, withdraw_padding));
+  EXPECT_THAT(slice(calls, 0, 7), UnorderedElementsAreArray(functions("unregister_function")));
+  EXPECT_THAT(slice(calls, 7, 9), UnorderedElementsAre(unregister_key_size, unregister_padding));
   EXPECT_THAT(server.functions(), IsEmpty());
   EXPECT_THAT(server.variables(), IsEmpty());
 }
 
 TEST_F(Lifecycle, UnloadingRetriesWhatDeinitCouldNotWithdraw) {
   ASSERT_EQ(component.init(), 0);
-  server.refuse_function_withdrawal("create_digest", 1);
-  server.refuse_variable_withdrawal("rsa_support_legacy_padding");
+  server.refuse_to_unregister_function("create_digest", 1);
+  server.refuse_to_unregister_variable("rsa_support_legacy_padding");
   ASSERT_EQ(component.deinit(), 1);
   server.forget_calls();
   server.forget_records();
   component.unload();
   EXPECT_THAT(server.registration_calls(),
-              ElementsAre("withdraw_function create_digest", withdraw_padding));
+              ElementsAre("unregister_function create_digest", unregister_padding));
   EXPECT_THAT(
       server.records(),
       ElementsAre(error_record(13918, 98, "utilities", "unregister", {"create_digest"}),

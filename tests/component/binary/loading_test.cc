@@ -2,8 +2,7 @@
 
 #include <dlfcn.h>
 
-#include <fstream>
-#include <iterator>
+#include <set>
 
 #include "support/component_test.h"
 #include "support/elf_symbols.h"
@@ -15,12 +14,6 @@ using ::testing::ElementsAre;
 using ::testing::Not;
 using ::testing::Pair;
 using ::testing::StrEq;
-
-bool is_mapped() {
-  std::ifstream maps("/proc/self/maps");
-  const std::string text{std::istreambuf_iterator<char>(maps), {}};
-  return text.find("component_halvex_encryption.so") != std::string::npos;
-}
 
 TEST(SharedObject, ExportsTheDescriptorsEntryAlone) {
   std::vector<std::string> exports;
@@ -39,36 +32,36 @@ TEST(SharedObject, HasNoSymbolThatPinsItInMemory) {
 }
 
 TEST(SharedObject, IsGoneFromMemoryAfterUnloading) {
-  const Fake_server server;
+  const Recording_server server;
   Loaded_component component;
   ASSERT_EQ(component.init(), 0);
   ASSERT_FALSE(call(server, "create_digest", {"SHA256", "abc"}).row.is_null);
   ASSERT_EQ(component.deinit(), 0);
-  ASSERT_TRUE(is_mapped());
+  ASSERT_TRUE(component_is_mapped());
   component.unload();
-  EXPECT_FALSE(is_mapped());
+  EXPECT_FALSE(component_is_mapped());
 }
 
 TEST(SharedObject, CanBeLoadedAgainAfterUnloading) {
   for (int round = 0; round < 3; ++round) {
-    const Fake_server server;
+    const Recording_server server;
     Loaded_component component;
     ASSERT_EQ(component.init(), 0);
     EXPECT_FALSE(call(server, "create_digest", {"SHA256", "abc"}).row.is_null);
     EXPECT_EQ(component.deinit(), 0);
   }
-  EXPECT_FALSE(is_mapped());
+  EXPECT_FALSE(component_is_mapped());
 }
 
 TEST(Descriptor, IsTheSameOnEveryCall) {
-  const Fake_server server;
+  const Recording_server server;
   const Loaded_component component;
   EXPECT_EQ(component.list_again(), &component.descriptor());
   EXPECT_EQ(component.list_again(), &component.descriptor());
 }
 
 TEST(Descriptor, NamesTheComponentAndProvidesNoService) {
-  const Fake_server server;
+  const Recording_server server;
   const Loaded_component component;
   EXPECT_STREQ(component.descriptor().name, "dovrin::component_halvex_encryption");
   ASSERT_NE(component.descriptor().provided_services, nullptr);
@@ -77,7 +70,7 @@ TEST(Descriptor, NamesTheComponentAndProvidesNoService) {
 }
 
 TEST(Descriptor, RequiresSixServicesInOrder) {
-  const Fake_server server;
+  const Recording_server server;
   const Loaded_component component;
   std::vector<std::string> names;
   std::vector<void **> slots;
@@ -94,7 +87,7 @@ TEST(Descriptor, RequiresSixServicesInOrder) {
 }
 
 TEST(Descriptor, CarriesItsMetadataInOrder) {
-  const Fake_server server;
+  const Recording_server server;
   const Loaded_component component;
   std::vector<std::pair<std::string, std::string>> metadata;
   const auto *pair = component.descriptor().metadata;
@@ -108,7 +101,7 @@ TEST(Descriptor, CarriesItsMetadataInOrder) {
 }
 
 TEST(Descriptor, AsksNothingOfTheServerBeforeInit) {
-  const Fake_server server;
+  const Recording_server server;
   const Loaded_component component;
   EXPECT_THAT(server.registration_calls(), ElementsAre());
   EXPECT_THAT(server.log_calls(), ElementsAre());

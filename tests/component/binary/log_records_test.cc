@@ -149,8 +149,8 @@ TEST_F(LogRecords, NothingIsKeptBetweenRecords) {
     report("DSA");
   }
   EXPECT_EQ(server.records().size(), 100U);
-  EXPECT_EQ(server.open_lines(), 0U);
-  EXPECT_EQ(server.open_buffers(), 0U);
+  EXPECT_EQ(open_lines(), 0);
+  EXPECT_EQ(open_buffers(), 0);
 }
 
 }  // namespace

@@ -26,9 +26,6 @@ class SignatureFunctions : public Component_test {
                      const std::string &key, const std::string &digest = "SHA256") const {
     return call("asymmetric_verify", {"RSA", content, signature, key, digest});
   }
-  void switch_legacy_padding(bool on) const {
-    set_boolean_variable(server.variable("rsa_support_legacy_padding"), on);
-  }
 
   static Record signing_failed(const std::string &digest = "SHA256") {
     return error_record(

@@ -12,12 +12,8 @@ using ::testing::IsEmpty;
 
 class SystemVariables : public Component_test {
  protected:
-  Set_result set(long long value) const {
-    return set_integer_variable(server.variable("maximum_rsa_key_size"), value);
-  }
-  [[nodiscard]] int maximum() const {
-    return integer_value(server.variable("maximum_rsa_key_size"));
-  }
+  Set_result set(long long value) const { return set_variable("maximum_rsa_key_size", value); }
+  [[nodiscard]] int maximum() const { return integer_value("maximum_rsa_key_size"); }
   Record refused_length(const std::string &length, const std::string &maximum) const {
     return error_record(13921, 69, "rsa_implementation", "validate",
                         {length, "create_asymmetric_priv_key", "RSA", "2048", maximum});
@@ -47,7 +43,7 @@ TEST_F(SystemVariables, KeySizeOutOfRangeOrStepIsRejectedAndThePreviousStays) {
 }
 
 TEST_F(SystemVariables, KeySizeThatCannotBeReadAsAnIntegerIsRejected) {
-  EXPECT_EQ(set_unreadable_variable(server.variable("maximum_rsa_key_size")), Set_result::rejected);
+  EXPECT_EQ(set_variable("maximum_rsa_key_size", std::nullopt), Set_result::rejected);
   EXPECT_EQ(maximum(), 4096);
 }
 
@@ -76,7 +72,7 @@ TEST_F(SystemVariables, RaisedMaximumIsNamedInTheRefusalOfOneBlockMore) {
 
 TEST_F(SystemVariables, KeepTheirValuesWhenTheyAreWithdrawnAndRegisteredAgain) {
   ASSERT_EQ(set(8192), Set_result::accepted);
-  set_boolean_variable(server.variable("rsa_support_legacy_padding"), true);
+  switch_legacy_padding(true);
   ASSERT_EQ(component.deinit(), 0);
   ASSERT_EQ(component.init(), 0);
   EXPECT_EQ(maximum(), 8192);

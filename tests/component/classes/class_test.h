@@ -16,12 +16,12 @@ namespace halvex_test {
 class Class_test : public ::testing::Test {
  protected:
   Class_test() {
-    Fake_server::fill_slots(*list_components());
+    fill_slots(*list_components());
     halvex_encryption::utilities::take_log_handles();
     silence_pass_phrase_prompt();
   }
 
-  Fake_server server;
+  Recording_server server;
 };
 
 // Text as the classes take data.

@@ -19,8 +19,7 @@ class ComponentState : public Class_test {
  protected:
   void SetUp() override { ASSERT_EQ(halvex_encryption::init(), 0); }
   void TearDown() override {
-    ASSERT_EQ(set_integer_variable(server.variable("maximum_rsa_key_size"), 4096),
-              Set_result::accepted);
+    ASSERT_EQ(set_variable("maximum_rsa_key_size", 4096), Set_result::accepted);
     EXPECT_EQ(halvex_encryption::deinit(), 0);
   }
 
@@ -63,8 +62,7 @@ TEST_F(ComponentState, VariablesAreRegisteredWithTheirStorageAndCallbacks) {
 TEST_F(ComponentState, BothCopiesOfTheKeySizeAre4096AndFollowASet) {
   EXPECT_EQ(rsa::maximum_rsa_key_size_value, 4096);
   EXPECT_EQ(rsa::maximum_rsa_key_size_current.load(), 4096);
-  ASSERT_EQ(set_integer_variable(server.variable("maximum_rsa_key_size"), 8192),
-            Set_result::accepted);
+  ASSERT_EQ(set_variable("maximum_rsa_key_size", 8192), Set_result::accepted);
   EXPECT_EQ(rsa::maximum_rsa_key_size_value, 8192);
   EXPECT_EQ(rsa::maximum_rsa_key_size_current.load(), 8192);
 }

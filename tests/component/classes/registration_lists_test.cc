@@ -53,7 +53,7 @@ TEST_F(UdfList, RefusalOfANameThatIsRecordedKeepsIt) {
   EXPECT_TRUE(add(list, "one"));
   server.forget_calls();
   EXPECT_FALSE(list.unregister());
-  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_function one"));
+  EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_function one"));
 }
 
 TEST_F(UdfList, UnregisterOfAnEmptyListAsksNothing) {
@@ -64,11 +64,12 @@ TEST_F(UdfList, UnregisterOfAnEmptyListAsksNothing) {
 
 TEST_F(UdfList, NameAcceptedTwiceIsWithdrawnOnce) {
   UDF_list list;
+  accept_duplicate_names(true);
   EXPECT_FALSE(add(list, "one"));
   EXPECT_FALSE(add(list, "one"));
   server.forget_calls();
   EXPECT_FALSE(list.unregister());
-  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_function one"));
+  EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_function one"));
 }
 
 TEST_F(UdfList, NamesAreCaseSensitive) {
@@ -78,7 +79,7 @@ TEST_F(UdfList, NamesAreCaseSensitive) {
   server.forget_calls();
   EXPECT_FALSE(list.unregister());
   EXPECT_THAT(server.registration_calls(),
-              UnorderedElementsAre("withdraw_function one", "withdraw_function One"));
+              UnorderedElementsAre("unregister_function one", "unregister_function One"));
 }
 
 TEST_F(UdfList, KeepsItsOwnCopyOfTheName) {
@@ -88,27 +89,27 @@ TEST_F(UdfList, KeepsItsOwnCopyOfTheName) {
   name = "two";
   server.forget_calls();
   EXPECT_FALSE(list.unregister());
-  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_function one"));
+  EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_function one"));
 }
 
 TEST_F(UdfList, RefusedWithdrawalOfARegisteredFunctionIsReportedKeptAndRetriedAlone) {
   UDF_list list;
   ASSERT_FALSE(add(list, "one"));
   ASSERT_FALSE(add(list, "two"));
-  server.refuse_function_withdrawal("one", 1);
+  server.refuse_to_unregister_function("one", 1);
   EXPECT_TRUE(list.unregister());
   EXPECT_THAT(server.records(),
               ElementsAre(error_record(13918, 98, "utilities", "unregister", {"one"})));
   server.accept_everything();
   server.forget_calls();
   EXPECT_FALSE(list.unregister());
-  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_function one"));
+  EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_function one"));
 }
 
 TEST_F(UdfList, RefusedWithdrawalOfAnUnknownFunctionIsDroppedSilently) {
   UDF_list list;
   ASSERT_FALSE(add(list, "one"));
-  server.refuse_function_withdrawal("one", 0);
+  server.refuse_to_unregister_function("one", 0);
   EXPECT_FALSE(list.unregister());
   EXPECT_THAT(server.records(), IsEmpty());
   server.forget_calls();
@@ -119,7 +120,7 @@ TEST_F(UdfList, RefusedWithdrawalOfAnUnknownFunctionIsDroppedSilently) {
 TEST_F(UdfList, AnyNonZeroAnswerCountsAsRegistered) {
   UDF_list list;
   ASSERT_FALSE(add(list, "one"));
-  server.refuse_function_withdrawal("one", -1);
+  server.refuse_to_unregister_function("one", -1);
   EXPECT_TRUE(list.unregister());
   server.accept_everything();
   EXPECT_FALSE(list.unregister());
@@ -131,7 +132,7 @@ TEST_F(UdfList, DestructorWithdraws) {
     ASSERT_FALSE(add(list, "one"));
     server.forget_calls();
   }
-  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_function one"));
+  EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_function one"));
 }
 
 int check_callback(THD * /*thread*/, SYS_VAR * /*variable*/, void * /*save*/,
@@ -183,7 +184,7 @@ TEST_F(SystemVariablesList, RefusalOfANameThatIsRecordedKeepsIt) {
   EXPECT_TRUE(add(list, "one"));
   server.forget_calls();
   EXPECT_FALSE(list.unregister());
-  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_variable component.one"));
+  EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_variable component.one"));
 }
 
 TEST_F(SystemVariablesList, LongFullNamesAreCutInReports) {
@@ -203,11 +204,12 @@ TEST_F(SystemVariablesList, UnregisterOfAnEmptyListAsksNothing) {
 
 TEST_F(SystemVariablesList, NameAcceptedTwiceIsWithdrawnOnce) {
   System_variables_list list("component");
+  accept_duplicate_names(true);
   EXPECT_FALSE(add(list, "one"));
   EXPECT_FALSE(add(list, "one"));
   server.forget_calls();
   EXPECT_FALSE(list.unregister());
-  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_variable component.one"));
+  EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_variable component.one"));
 }
 
 // Every refusal counts here, whatever the server knows.
@@ -215,13 +217,13 @@ TEST_F(SystemVariablesList, RefusedWithdrawalIsReportedKeptAndRetriedAlone) {
   System_variables_list list("component");
   ASSERT_FALSE(add(list, "one"));
   ASSERT_FALSE(add(list, "two"));
-  server.refuse_variable_withdrawal("one");
+  server.refuse_to_unregister_variable("one");
   EXPECT_TRUE(list.unregister());
   const Record refusal = error_record(13916, 58, "utilities", "unregister", {"component.one"});
   EXPECT_THAT(server.records(), ElementsAre(refusal));
   server.forget_calls();
   EXPECT_TRUE(list.unregister());
-  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_variable component.one"));
+  EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_variable component.one"));
   EXPECT_THAT(server.records(), ElementsAre(refusal, refusal));
   server.accept_everything();
   EXPECT_FALSE(list.unregister());
@@ -234,7 +236,7 @@ TEST_F(SystemVariablesList, KeepsItsOwnCopyOfTheName) {
   name = "two";
   server.forget_calls();
   EXPECT_FALSE(list.unregister());
-  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_variable component.one"));
+  EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_variable component.one"));
 }
 
 TEST_F(SystemVariablesList, DestructorWithdraws) {
@@ -243,7 +245,7 @@ TEST_F(SystemVariablesList, DestructorWithdraws) {
     ASSERT_FALSE(add(list, "one"));
     server.forget_calls();
   }
-  EXPECT_THAT(server.registration_calls(), ElementsAre("withdraw_variable component.one"));
+  EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_variable component.one"));
 }
 
 }  // namespace

@@ -5,9 +5,9 @@
 
 #include "openssl_calls/openssl_watch.h"
 #include "peer.h"
-#include "reliability/sanitizers.h"
 #include "support/component_test.h"
 #include "support/elf_symbols.h"
+#include "support/sanitizers.h"
 
 namespace halvex_test {
 namespace {
@@ -34,10 +34,6 @@ class OpensslCalls : public Component_test {
     last_row = site.row();
     EXPECT_THAT(watch.unfreed(), IsEmpty());
     return watch.calls();
-  }
-
-  void switch_legacy_padding_on() {
-    set_boolean_variable(server.variable("rsa_support_legacy_padding"), true);
   }
 
   const std::string private_key = fixture("rsa2048.pem");
@@ -82,7 +78,7 @@ TEST(OpensslImports, DoNotHoldTheDigestThatIsNeverAskedFor) {
 
 // Unloading runs the destructors in the reverse order of their registrations.
 TEST(LoadingCalls, BothListsComeFirstThenTheLegacyDigestsThenTheDigestBufferSize) {
-  const Fake_server server;
+  const Recording_server server;
   const Openssl_watch watch;
   const Loaded_component component;
   EXPECT_THAT(
@@ -93,7 +89,7 @@ TEST(LoadingCalls, BothListsComeFirstThenTheLegacyDigestsThenTheDigestBufferSize
 }
 
 TEST(LoadingCalls, InitAndDeinitMakeNone) {
-  const Fake_server server;
+  const Recording_server server;
   Loaded_component component;
   const Openssl_watch watch;
   EXPECT_EQ(component.init(), 0);
@@ -102,7 +98,7 @@ TEST(LoadingCalls, InitAndDeinitMakeNone) {
 }
 
 TEST(LoadingCalls, TheDigestBufferIsAsLargeAsOpensslSaysAtLoad) {
-  const Fake_server server;
+  const Recording_server server;
   Openssl_watch watch(Forced_failure{"EVP_MD_get_size", 1, 48});
   Loaded_component component;
   ASSERT_EQ(component.init(), 0);
@@ -118,10 +114,10 @@ TEST(LoadingCalls, TheDigestBufferIsAsLargeAsOpensslSaysAtLoad) {
 }
 
 TEST(LoadingCalls, DigestBufferOfANegativeSizeIsAnExceptionOfInit) {
-  if (reliability::under_address_sanitizer) {
+  if (under_address_sanitizer) {
     GTEST_SKIP() << "the sanitizer ends the process instead of throwing";
   }
-  const Fake_server server;
+  const Recording_server server;
   Openssl_watch watch(Forced_failure{"EVP_MD_get_size", 1, -1});
   Loaded_component component;
   ASSERT_EQ(component.init(), 0);
@@ -261,7 +257,7 @@ TEST_F(OpensslCalls, DecryptionAsksForTheSizeThenDecrypts) {
 }
 
 TEST_F(OpensslCalls, LegacyDecryptionFreesTheFirstKeyAndReadsItAgain) {
-  switch_legacy_padding_on();
+  switch_legacy_padding(true);
   const std::string ciphertext = peer_encrypt(public_key, "hello", 1);
   const Calls calls = calls_of("asymmetric_decrypt", {"RSA", ciphertext, private_key});
   ASSERT_EQ(last_row.bytes, "hello");
@@ -307,7 +303,7 @@ TEST_F(OpensslCalls, VerificationUpdatesThenChecksTheSignature) {
 }
 
 TEST_F(OpensslCalls, LegacyVerificationFreesTheFirstKeyReadsItAgainAndReportsNothing) {
-  switch_legacy_padding_on();
+  switch_legacy_padding(true);
   const std::string digest = peer_digest("SHA256", "hello");
   const std::string signature = peer_sign_digest(private_key, "SHA256", digest);
   const Calls calls =
@@ -331,7 +327,7 @@ TEST_F(OpensslCalls, LegacyVerificationFreesTheFirstKeyReadsItAgainAndReportsNot
 }
 
 TEST_F(OpensslCalls, LegacyVerificationWithAnUnknownDigestStopsAfterReadingTheKey) {
-  switch_legacy_padding_on();
+  switch_legacy_padding(true);
   const Calls calls = calls_of("asymmetric_verify",
                                {"RSA", "content", std::string(256, 's'), public_key, "SHA3-512"});
   EXPECT_THAT(last_row, IsSqlNull());

@@ -130,7 +130,7 @@ int reports_among(const std::vector<Record> &records) {
 TEST_P(OpensslFailure, GivesExactlyTheseRecordsAndLeavesNothingBehind) {
   const Failure_case &expected = GetParam();
   const Working_call working = expected.call();
-  set_boolean_variable(server.variable("rsa_support_legacy_padding"), working.legacy);
+  switch_legacy_padding(working.legacy);
   Call_site site(server.function(working.function), working.arguments);
 
   Openssl_watch watch(expected.failure);
@@ -162,7 +162,7 @@ TEST_P(OpensslFailure, GivesExactlyTheseRecordsAndLeavesNothingBehind) {
 TEST_P(OpensslFailure, LeavesTheNextRowUnharmed) {
   const Failure_case &expected = GetParam();
   const Working_call working = expected.call();
-  set_boolean_variable(server.variable("rsa_support_legacy_padding"), working.legacy);
+  switch_legacy_padding(working.legacy);
   Call_site site(server.function(working.function), working.arguments);
   {
     const Openssl_watch watch(expected.failure);
@@ -350,7 +350,7 @@ class OpensslFailures : public Component_test {
 // The library's own state says what follows a context that was not initialised: a failure later on.
 TEST_F(OpensslFailures, LegacyVerificationGoesOnAfterAnInitThatGivesZero) {
   const Working_call working = legacy_verification();
-  set_boolean_variable(server.variable("rsa_support_legacy_padding"), true);
+  switch_legacy_padding(true);
   Call_site site(server.function(working.function), working.arguments);
   const Openssl_watch watch(Forced_failure{"EVP_PKEY_verify_init", 1, 0});
   site.row();
@@ -431,7 +431,7 @@ class StaleErrors : public OpensslFailures {
  protected:
   // Runs one row with an error queued before it; gives what is queued after it.
   std::vector<std::string> queue_after(const Working_call &working) {
-    set_boolean_variable(server.variable("rsa_support_legacy_padding"), working.legacy);
+    switch_legacy_padding(working.legacy);
     Call_site site(server.function(working.function), working.arguments);
     drain_error_queue();
     queue_stale_error();

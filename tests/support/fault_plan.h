@@ -1,15 +1,15 @@
 // Faults on purpose: whoever serves requests of the code under test asks here whether to refuse
-// one. counted_allocations.h asks for C++ code and for libcrypto, bare_server.h for the server's
+// one. counted_allocations.h asks for C++ code and for libcrypto, fake_server.h for the server's
 // operations.
 //
 // A plan belongs to the thread that armed it; other threads are served as ever.
 
-#ifndef RELIABILITY_FAULT_PLAN_H
-#define RELIABILITY_FAULT_PLAN_H
+#ifndef HALVEX_TESTS_SUPPORT_FAULT_PLAN_H
+#define HALVEX_TESTS_SUPPORT_FAULT_PLAN_H
 
 #include <cstddef>
 
-namespace reliability {
+namespace halvex_test {
 
 // Who is asked for something that may be refused.
 enum class Fault_source { cxx, libcrypto, server };
@@ -41,6 +41,6 @@ class Fault_pause {
 // For those who serve requests: true when this one must be refused.
 [[nodiscard]] bool fault_strikes(Fault_source source);
 
-}  // namespace reliability
+}  // namespace halvex_test
 
-#endif  // RELIABILITY_FAULT_PLAN_H
+#endif  // HALVEX_TESTS_SUPPORT_FAULT_PLAN_H

@@ -1,7 +1,7 @@
 // Which sanitizer this build has: some limits make no sense under one.
 
-#ifndef RELIABILITY_SANITIZERS_H
-#define RELIABILITY_SANITIZERS_H
+#ifndef HALVEX_TESTS_SUPPORT_SANITIZERS_H
+#define HALVEX_TESTS_SUPPORT_SANITIZERS_H
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
@@ -18,7 +18,7 @@
 #define HALVEX_UNDER_THREAD_SANITIZER
 #endif
 
-namespace reliability {
+namespace halvex_test {
 
 #if defined(HALVEX_UNDER_ADDRESS_SANITIZER)
 inline constexpr bool under_address_sanitizer = true;
@@ -31,6 +31,6 @@ inline constexpr bool under_thread_sanitizer = true;
 inline constexpr bool under_thread_sanitizer = false;
 #endif
 
-}  // namespace reliability
+}  // namespace halvex_test
 
-#endif  // RELIABILITY_SANITIZERS_H
+#endif  // HALVEX_TESTS_SUPPORT_SANITIZERS_H

@@ -1,6 +1,6 @@
-#include "fault_plan.h"
+#include "support/fault_plan.h"
 
-namespace reliability {
+namespace halvex_test {
 namespace {
 
 struct Plan {
@@ -44,4 +44,4 @@ bool fault_strikes(Fault_source source) {
   return strikes;
 }
 
-}  // namespace reliability
+}  // namespace halvex_test
