@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <exception>
 #include <iterator>
 #include <memory>
@@ -44,7 +45,7 @@ class Record_collector : public dovrin_host::Log_sink {
     return {};
   }
 
-  std::vector<Log_record> records;
+  std::deque<Log_record> records;
 };
 
 // What this process has of the component. Never destroyed: the component's unload at the end of the
@@ -198,27 +199,13 @@ Row_result run_row(Call_site &site, const Value *values, std::size_t count) noex
 
 const char *failure_text() noexcept { return failure.data(); }
 
-std::size_t record_count() noexcept {
-  return state_in_use == nullptr ? 0 : state_in_use->collector->records.size();
+const Log_record *oldest_record() noexcept {
+  return state_in_use == nullptr || state_in_use->collector->records.empty()
+             ? nullptr
+             : &state_in_use->collector->records.front();
 }
 
-Record_view record(std::size_t index) noexcept {
-  const Log_record &record = state_in_use->collector->records[index];
-  return {.priority = dovrin_host::priority_name(record.priority),
-          .code = record.code,
-          .symbol = record.symbol.c_str(),
-          .function = record.function.c_str(),
-          .source_file = record.source_file.c_str(),
-          .source_line = record.source_line,
-          .message = record.message.c_str(),
-          .hint = record.hint.c_str()};
-}
-
-void forget_records() noexcept {
-  if (state_in_use != nullptr) {
-    state_in_use->collector->records.clear();
-  }
-}
+void remove_oldest_record() noexcept { state_in_use->collector->records.pop_front(); }
 
 void wipe(void *bytes, std::size_t length) noexcept { OPENSSL_cleanse(bytes, length); }
 

@@ -10,6 +10,7 @@
 #include <cstddef>
 
 #include "dovrin/udf.h"
+#include "dovrin_host/log_record.h"
 
 namespace halvex_postgresql {
 
@@ -30,18 +31,6 @@ struct Row_result {
   const char *bytes = nullptr;  // of a string function: valid until the next row or the site's end
   std::size_t length = 0;
   long long integer = 0;  // of an integer function
-};
-
-// One error-log record. The texts are valid until forget_records.
-struct Record_view {
-  const char *priority;
-  int code;
-  const char *symbol;
-  const char *function;
-  const char *source_file;
-  long long source_line;
-  const char *message;
-  const char *hint;
 };
 
 // One function at one call site of one statement.
@@ -78,10 +67,10 @@ Row_result run_row(Call_site &site, const Value *values, std::size_t count) noex
 // Why the last operation failed. Static storage, overwritten by the next failure.
 const char *failure_text() noexcept;
 
-// The records that the component has reported since forget_records, oldest first.
-std::size_t record_count() noexcept;
-Record_view record(std::size_t index) noexcept;
-void forget_records() noexcept;
+// The oldest record that the component has reported and nobody has removed; null if there is none.
+// It is valid until remove_oldest_record, which may be called only if there is one.
+const dovrin_host::Log_record *oldest_record() noexcept;
+void remove_oldest_record() noexcept;
 
 // Overwrites bytes that were secret.
 void wipe(void *bytes, std::size_t length) noexcept;

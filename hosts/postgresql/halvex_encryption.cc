@@ -4,13 +4,11 @@
 // hangs on the server's own record of the call site and ends with the memory context of that
 // record, whichever way the statement ends.
 
-// clang-format off
-#include "postgresql/postgres_headers.h"
-// clang-format on
-
 #include "postgresql/component_calls.h"
 #include "postgresql/server_log.h"
 #include "postgresql/settings.h"
+// The server's headers redefine names of the C library, so they come last.
+#include "postgresql/postgres_headers.h"
 
 namespace halvex_postgresql {
 namespace {
@@ -39,16 +37,16 @@ Item_result item_type(Oid type) {
     case FLOAT8OID:
       return REAL_RESULT;
     default:
-      ereport(ERROR, (errcode(ERRCODE_INVALID_FUNCTION_DEFINITION),
-                      errmsg("arguments of type %s are not supported", format_type_be(type))));
+      raise_error(ERRCODE_INVALID_FUNCTION_DEFINITION,
+                  psprintf("arguments of type %s are not supported", format_type_be(type)));
   }
 }
 
 void check_result_type(Item_result result, Oid type) {
   const bool fits = result == INT_RESULT ? type == INT8OID : type == TEXTOID || type == BYTEAOID;
   if (!fits) {
-    ereport(ERROR, (errcode(ERRCODE_INVALID_FUNCTION_DEFINITION),
-                    errmsg("results of type %s are not supported", format_type_be(type))));
+    raise_error(ERRCODE_INVALID_FUNCTION_DEFINITION,
+                psprintf("results of type %s are not supported", format_type_be(type)));
   }
 }
 
@@ -61,8 +59,7 @@ void ensure_component() {
   const bool loaded = load_component();
   write_records(WARNING);
   if (!loaded) {
-    ereport(ERROR,
-            (errcode(ERRCODE_UNDEFINED_FILE), errmsg("%s", failure_text()), errhidestmt(true)));
+    raise_error(ERRCODE_UNDEFINED_FILE, failure_text());
   }
   on_proc_exit(let_component_go, 0);
   apply_settings();
@@ -109,10 +106,9 @@ Attached_call_site *attach_call_site(FmgrInfo *function, const char *name) {
     MemoryContextRegisterResetCallback(function->fn_mcxt, &attached->on_reset);
     function->fn_extra = attached;
   }
-  write_records(LOG);
+  write_records(record_level());
   if (!opened) {
-    ereport(ERROR, (errcode(ERRCODE_INVALID_PARAMETER_VALUE), errmsg_internal("%s", failure_text()),
-                    errhidestmt(true)));
+    raise_error(ERRCODE_INVALID_PARAMETER_VALUE, failure_text());
   }
   check_result_type(result_type(*attached->site), attached->result_type);
   return attached;
@@ -179,18 +175,18 @@ Datum result_datum(const Attached_call_site *attached, const Row_result &result)
 
 void refuse_failed_row(const Row_result &result, const char *name) {
   if (result.kind == Row_result::out_of_memory) {
-    ereport(ERROR, (errcode(ERRCODE_OUT_OF_MEMORY), errmsg("out of memory"), errhidestmt(true)));
+    raise_error(ERRCODE_OUT_OF_MEMORY, "out of memory");
   }
   if (result.kind == Row_result::failed) {
-    ereport(ERROR, (errcode(ERRCODE_EXTERNAL_ROUTINE_EXCEPTION), errmsg("%s failed", name),
-                    errdetail_internal("%s", failure_text()), errhidestmt(true)));
+    raise_error(ERRCODE_EXTERNAL_ROUTINE_EXCEPTION, psprintf("%s failed", name), failure_text());
   }
 }
 
 // One row of the component's function `name`.
 Datum call(FunctionCallInfo call, const char *name) {
   if (call->flinfo == nullptr) {
-    elog(ERROR, "%s cannot be called without a call site", name);
+    raise_error(ERRCODE_FEATURE_NOT_SUPPORTED,
+                psprintf("%s cannot be called without a call site", name));
   }
   auto *attached = static_cast<Attached_call_site *>(call->flinfo->fn_extra);
   if (attached == nullptr) {
@@ -201,7 +197,7 @@ Datum call(FunctionCallInfo call, const char *name) {
   const Row_result result =
       run_row(*attached->site, attached->values, static_cast<std::size_t>(attached->count));
   wipe_copies(attached);
-  write_records(LOG);
+  write_records(record_level());
   // A cancel that came while the component ran takes effect here.
   CHECK_FOR_INTERRUPTS();
 
@@ -220,7 +216,10 @@ PG_MODULE_MAGIC;
 
 // The server's name for it. NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 void _PG_init(void);
-void _PG_init(void) { halvex_postgresql::define_settings(); }
+void _PG_init(void) {
+  halvex_postgresql::install_log_filter();
+  halvex_postgresql::define_settings();
+}
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 // create_asymmetric_priv_key(algorithm text, key_length bigint) -> text
@@ -241,7 +240,7 @@ Datum halvex_asymmetric_encrypt(FunctionCallInfo fcinfo) {
   return halvex_postgresql::call(fcinfo, "asymmetric_encrypt");
 }
 
-// asymmetric_decrypt(algorithm text, data text or bytea, private_key text) -> bytea
+// asymmetric_decrypt(algorithm text, data bytea, private_key text) -> bytea
 PG_FUNCTION_INFO_V1(halvex_asymmetric_decrypt);
 Datum halvex_asymmetric_decrypt(FunctionCallInfo fcinfo) {
   return halvex_postgresql::call(fcinfo, "asymmetric_decrypt");

@@ -16,7 +16,9 @@ extern "C" {
 // clang-format on
 #include <access/parallel.h>
 #include <access/xact.h>
+#include <catalog/namespace.h>
 #include <catalog/pg_type_d.h>
+#include <common/string.h>
 #include <fmgr.h>
 #include <mb/pg_wchar.h>
 #include <miscadmin.h>

@@ -1,24 +1,32 @@
-// clang-format off
-#include "postgresql/postgres_headers.h"
-// clang-format on
-
 #include "postgresql/settings.h"
 
 #include "postgresql/component_calls.h"
+#include "postgresql/server_log.h"
+// The server's headers redefine names of the C library, so they come last.
+#include "postgresql/postgres_headers.h"
 
 namespace halvex_postgresql {
 namespace {
 
-constexpr const char *prefix = "component_halvex_encryption";
 constexpr const char *maximum_key_size_name = "component_halvex_encryption.maximum_rsa_key_size";
 constexpr const char *legacy_padding_name =
     "component_halvex_encryption.rsa_support_legacy_padding";
 
+constexpr const char *record_level_name = "halvex_encryption.record_level";
+
 constexpr int key_size_block = 1024;
+
+constexpr config_enum_entry record_levels[] = {{"debug1", DEBUG1, false},
+                                               {"log", LOG, false},
+                                               {"notice", NOTICE, false},
+                                               {"warning", WARNING, false},
+                                               {nullptr, 0, false}};
 
 // What the component has when it is loaded.
 int maximum_key_size = 4096;
 bool legacy_padding = false;
+
+int level_of_records = LOG;
 
 // Whether every process of this server has the library from the start.
 bool preloaded = false;
@@ -39,8 +47,7 @@ bool check_maximum_key_size(int *new_value, void ** /*extra*/, GucSource /*sourc
 
 void report_unless(bool applied, const char *name) {
   if (!applied) {
-    ereport(WARNING, (errmsg("the component did not take the setting %s", name),
-                      errdetail_internal("%s", failure_text())));
+    warn(psprintf("the component did not take the setting %s", name), failure_text());
   }
 }
 
@@ -51,14 +58,12 @@ void assign_maximum_key_size(int new_value, void * /*extra*/) {
 }
 
 void warn_of_legacy_padding() {
-  ereport(
-      WARNING,
-      (errmsg("%s is turned on", legacy_padding_name),
-       errdetail("While it is on, asymmetric_verify with a SHA-2 digest returns 1 even for most "
-                 "signatures that do not match, and asymmetric_decrypt accepts PKCS#1 v1.5 "
-                 "padding."),
-       errhint("Turn it off as soon as nothing old is left to decrypt; do not rely on "
-               "asymmetric_verify meanwhile.")));
+  warn(psprintf("%s is turned on", legacy_padding_name),
+       "While it is on, asymmetric_verify with a SHA-2 digest returns 1 for practically every "
+       "signature, forged ones included, and asymmetric_decrypt accepts PKCS#1 v1.5 padding: with "
+       "OpenSSL 3.2 or later it then returns made-up bytes for a damaged ciphertext, not NULL.",
+       "Turn it off as soon as nothing old is left to decrypt; do not rely on asymmetric_verify "
+       "meanwhile.");
 }
 
 // For ALTER SYSTEM, and for a session that loads the library: both come inside a transaction. A
@@ -85,16 +90,30 @@ void assign_legacy_padding(bool new_value, void * /*extra*/) {
 
 void define_settings() {
   preloaded = process_shared_preload_libraries_in_progress;
-  DefineCustomIntVariable(maximum_key_size_name, "Maximum size of RSA key generation", nullptr,
-                          &maximum_key_size, maximum_key_size, 2048, 16384, PGC_SIGHUP, 0,
-                          check_maximum_key_size, assign_maximum_key_size, nullptr);
+  DefineCustomIntVariable(
+      maximum_key_size_name, "Maximum size of RSA key generation",
+      "In bits: a multiple of 1024 from 2048 to 16384. create_asymmetric_priv_key occupies its "
+      "session for minutes with the largest sizes.",
+      &maximum_key_size, maximum_key_size, 2048, 16384, PGC_SIGHUP, 0, check_maximum_key_size,
+      assign_maximum_key_size, nullptr);
   DefineCustomBoolVariable(
       legacy_padding_name,
-      "Supports legacy padding in decryption and signature verification functions", nullptr,
+      "Supports legacy padding in decryption and signature verification functions",
+      "Dangerous: while it is on, asymmetric_verify with a SHA-2 digest returns 1 for practically "
+      "every signature, forged ones included. With OpenSSL 3.2 or later, asymmetric_decrypt then "
+      "returns made-up bytes for a damaged ciphertext, not NULL.",
       &legacy_padding, legacy_padding, PGC_SIGHUP, 0, check_legacy_padding, assign_legacy_padding,
       nullptr);
-  MarkGUCPrefixReserved(prefix);
+  DefineCustomEnumVariable(
+      record_level_name, "Level of the messages that report why a function returned NULL",
+      "With \"debug1\" or \"notice\" the server's log has none of them unless "
+      "log_min_messages is lowered.",
+      &level_of_records, level_of_records, record_levels, PGC_SUSET, 0, nullptr, nullptr, nullptr);
+  MarkGUCPrefixReserved("component_halvex_encryption");
+  MarkGUCPrefixReserved("halvex_encryption");
 }
+
+int record_level() { return level_of_records; }
 
 void apply_settings() {
   assign_maximum_key_size(maximum_key_size, nullptr);

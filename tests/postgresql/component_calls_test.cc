@@ -2,6 +2,7 @@
 
 #include "postgresql/component_calls.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -63,7 +64,11 @@ class ComponentCallsTest : public testing::Test {
     EXPECT_FALSE(host::is_component_loaded());
   }
 
-  void SetUp() override { host::forget_records(); }
+  void SetUp() override {
+    while (host::oldest_record() != nullptr) {
+      host::remove_oldest_record();
+    }
+  }
 };
 
 TEST_F(ComponentCallsTest, StringRowGivesTheBytes) {
@@ -74,7 +79,7 @@ TEST_F(ComponentCallsTest, StringRowGivesTheBytes) {
   EXPECT_EQ(result.kind, host::Row_result::value);
   EXPECT_EQ(result.length, 28U);
   EXPECT_EQ(static_cast<unsigned char>(result.bytes[0]), 0x23);
-  EXPECT_EQ(host::record_count(), 0U);
+  EXPECT_EQ(host::oldest_record(), nullptr);
 }
 
 TEST_F(ComponentCallsTest, ArgumentsNeedNoTerminator) {
@@ -106,16 +111,30 @@ TEST_F(ComponentCallsTest, IntegerRowGivesOneOrNull) {
 TEST_F(ComponentCallsTest, NullArgumentGivesNullAndOneRecord) {
   Open_site site{"create_digest", {null_text(), text("abc")}};
   EXPECT_EQ(site.row().kind, host::Row_result::null);
-  ASSERT_EQ(host::record_count(), 1U);
-  const host::Record_view record = host::record(0);
-  EXPECT_EQ(record.code, 13919);
-  EXPECT_STREQ(record.priority, "warning");
-  EXPECT_STREQ(record.function, "digest");
-  EXPECT_STREQ(record.source_file, "functions");
-  EXPECT_NE(std::strstr(record.message, "Non-null value for algorithm and data"), nullptr);
-  EXPECT_STRNE(record.hint, "");
-  host::forget_records();
-  EXPECT_EQ(host::record_count(), 0U);
+  const dovrin_host::Log_record *const record = host::oldest_record();
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(record->code, 13919);
+  EXPECT_EQ(record->priority, 2);
+  EXPECT_EQ(record->function, "digest");
+  EXPECT_EQ(record->source_file, "functions");
+  EXPECT_THAT(record->message, testing::HasSubstr("Non-null value for algorithm and data"));
+  EXPECT_NE(record->hint, "");
+  host::remove_oldest_record();
+  EXPECT_EQ(host::oldest_record(), nullptr);
+}
+
+TEST_F(ComponentCallsTest, RecordsComeOldestFirst) {
+  Open_site site{"create_asymmetric_priv_key", {text("RSA"), integer(1024)}};
+  EXPECT_EQ(site.row().kind, host::Row_result::null);
+  Open_site other{"create_digest", {null_text(), text("abc")}};
+  EXPECT_EQ(other.row().kind, host::Row_result::null);
+  ASSERT_NE(host::oldest_record(), nullptr);
+  EXPECT_EQ(host::oldest_record()->code, 13921);
+  host::remove_oldest_record();
+  ASSERT_NE(host::oldest_record(), nullptr);
+  EXPECT_EQ(host::oldest_record()->code, 13919);
+  host::remove_oldest_record();
+  EXPECT_EQ(host::oldest_record(), nullptr);
 }
 
 TEST_F(ComponentCallsTest, RefusalHasExactlyTheComponentsText) {
@@ -149,8 +168,8 @@ TEST_F(ComponentCallsTest, SettingsReachTheComponent) {
   EXPECT_TRUE(host::set_integer_variable(maximum, 2048));
   Open_site site{"create_asymmetric_priv_key", {text("RSA"), integer(3072)}};
   EXPECT_EQ(site.row().kind, host::Row_result::null);
-  ASSERT_EQ(host::record_count(), 1U);
-  EXPECT_EQ(host::record(0).code, 13921);
+  ASSERT_NE(host::oldest_record(), nullptr);
+  EXPECT_EQ(host::oldest_record()->code, 13921);
   EXPECT_FALSE(host::set_integer_variable(maximum, 3000));
   EXPECT_NE(std::strstr(host::failure_text(), "3000"), nullptr);
   EXPECT_TRUE(host::set_integer_variable(maximum, 4096));

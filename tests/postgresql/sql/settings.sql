@@ -1,9 +1,9 @@
 -- The component's variables as settings of the server.
 
 \x on
-SELECT name, setting, unit, category, short_desc, context, vartype, min_val, max_val, boot_val,
+SELECT name, setting, unit, category, short_desc, extra_desc, context, vartype, min_val, max_val, enumvals, boot_val,
        reset_val, source
-  FROM pg_settings WHERE name LIKE 'component_halvex_encryption.%' ORDER BY name;
+  FROM pg_settings WHERE name LIKE '%halvex_encryption.%' ORDER BY name;
 \x off
 
 -- They are the server's, not a session's.
@@ -38,8 +38,21 @@ ALTER SYSTEM SET component_halvex_encryption.rsa_support_legacy_padding = off;
 -- Until a reload nothing has changed.
 SHOW component_halvex_encryption.maximum_rsa_key_size;
 
+-- The level of the records is for the administrator too.
+SET halvex_encryption.record_level = debug1;
+SHOW halvex_encryption.record_level;
+SET halvex_encryption.record_level = error;
+RESET halvex_encryption.record_level;
+SET halvex_encryption.no_such_setting = 1;
+
 -- Only for who may change the server.
 CREATE ROLE somebody;
 SET ROLE somebody;
 SHOW component_halvex_encryption.maximum_rsa_key_size;
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 2048;
+SET halvex_encryption.record_level = debug1;
+RESET ROLE;
+GRANT SET ON PARAMETER halvex_encryption.record_level TO somebody;
+SET ROLE somebody;
+SET halvex_encryption.record_level = debug1;
+SHOW halvex_encryption.record_level;
