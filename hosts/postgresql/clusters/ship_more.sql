@@ -19,5 +19,4 @@
 
 ALTER FUNCTION asymmetric_verify(text, text, bytea, text, text) IMMUTABLE;
 ALTER FUNCTION asymmetric_verify(text, bytea, bytea, text, text) IMMUTABLE;
-ALTER FUNCTION asymmetric_decrypt(text, text, text) IMMUTABLE;
 ALTER FUNCTION asymmetric_decrypt(text, bytea, text) IMMUTABLE;

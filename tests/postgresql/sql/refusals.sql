@@ -1,6 +1,7 @@
 -- The server's own types keep most wrong calls away from the component.
 SELECT create_digest('SHA256');
 SELECT create_digest(256, 'abc');
+SELECT asymmetric_decrypt('RSA', 'data'::text, 'key');
 SELECT create_asymmetric_priv_key('RSA', 2048.5);
 SELECT create_asymmetric_priv_key('RSA', 'many');
 SELECT create_asymmetric_priv_key('RSA', '2048'::text);

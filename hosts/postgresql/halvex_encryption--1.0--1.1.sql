@@ -1,0 +1,37 @@
+-- From 1.0 to 1.1. A new installation runs this script after that of 1.0.
+
+\echo Use "ALTER EXTENSION halvex_encryption UPDATE TO '1.1'" to load this file. \quit
+
+-- A ciphertext is never text: with this overload, drivers that declare no types had their hexadecimal
+-- digits decrypted.
+DROP FUNCTION asymmetric_decrypt(text, text, text);
+
+-- Not IMMUTABLE: postgres_fdw sends calls of IMMUTABLE functions to other servers, with the private
+-- key among the parameters, which that server's log shows.
+ALTER FUNCTION create_asymmetric_pub_key(text, text) STABLE;
+
+COMMENT ON FUNCTION create_asymmetric_priv_key(text, bigint) IS
+  'A new RSA private key of so many bits as unencrypted PEM, or NULL';
+COMMENT ON FUNCTION create_asymmetric_pub_key(text, text) IS
+  'The public key that belongs to a private key, as PEM, or NULL';
+COMMENT ON FUNCTION asymmetric_encrypt(text, text, text) IS
+  'RSA ciphertext (OAEP) of the text in the database''s encoding, or NULL; another one at every call';
+COMMENT ON FUNCTION asymmetric_encrypt(text, bytea, text) IS
+  'RSA ciphertext (OAEP) of the bytes, or NULL; another one at every call';
+COMMENT ON FUNCTION asymmetric_decrypt(text, bytea, text) IS
+  'What was encrypted with asymmetric_encrypt, or NULL; convert_from(..., ''UTF8'') makes text of it';
+COMMENT ON FUNCTION asymmetric_sign(text, text, text, text) IS
+  'RSA signature (PSS) of the text in the database''s encoding, or NULL; another one at every call';
+COMMENT ON FUNCTION asymmetric_sign(text, bytea, text, text) IS
+  'RSA signature (PSS) of the bytes, or NULL; another one at every call';
+COMMENT ON FUNCTION asymmetric_verify(text, text, bytea, text, text) IS
+  '1 if the signature belongs to the text, else NULL, never 0: write asymmetric_verify(...) = 1 IS TRUE';
+COMMENT ON FUNCTION asymmetric_verify(text, bytea, bytea, text, text) IS
+  '1 if the signature belongs to the bytes, else NULL, never 0: write asymmetric_verify(...) = 1 IS TRUE';
+COMMENT ON FUNCTION create_digest(text, text) IS
+  'SHA-2 or SHA-3 digest of the text in the database''s encoding, or NULL';
+COMMENT ON FUNCTION create_digest(text, bytea) IS
+  'SHA-2 or SHA-3 digest of the bytes, or NULL';
+
+-- Fails now, and not at the first use, if the component cannot be loaded.
+SELECT create_digest('SHA256'::text, ''::bytea);
