@@ -6,10 +6,11 @@ CREATE EXTENSION postgres_fdw;
 CREATE EXTENSION plproxy;
 
 -- `extensions` lets IMMUTABLE functions of this extension run on a shard, `async_capable` lets the
--- shards work at the same time.
+-- shards work at the same time. Without `connect_timeout` (seconds), connecting to a shard that hangs
+-- ends neither at a statement_timeout nor at a cancel.
 SELECT format('CREATE SERVER shard_%1$s FOREIGN DATA WRAPPER postgres_fdw OPTIONS (
                  host %2$L, dbname ''halvex'', extensions ''halvex_encryption'',
-                 async_capable ''true'', fetch_size ''1000'')',
+                 async_capable ''true'', fetch_size ''1000'', connect_timeout ''5'')',
               number, :'folder' || '/shard_' || number)
   FROM generate_series(1, :shards) AS number \gexec
 SELECT format('CREATE USER MAPPING FOR CURRENT_USER SERVER shard_%s OPTIONS (user ''postgres'')', number)
