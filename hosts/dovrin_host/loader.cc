@@ -4,6 +4,7 @@
 #include <elf.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -50,6 +51,24 @@ Status failure_of(const std::string &name, const char *what) {
 }
 
 }  // namespace
+
+std::string find_component_file() {
+  // Resolved at the first call: a path that was relative when the adapter was loaded depends on the
+  // current folder.
+  static const std::filesystem::path folder = [] {
+    Dl_info adapter{};
+    static_cast<void>(dladdr(&registry_table, &adapter));
+    const std::filesystem::path file = adapter.dli_fname != nullptr ? adapter.dli_fname : "";
+    std::error_code error;
+    const std::filesystem::path resolved = std::filesystem::canonical(file, error);
+    return (error ? file : resolved).parent_path();
+  }();
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment
+  const char *const chosen = secure_getenv("HALVEX_COMPONENT");
+  return chosen != nullptr && *chosen != '\0'
+             ? chosen
+             : (folder / "component_halvex_encryption.so").string();
+}
 
 bool is_truncated(const std::string &path) {
   std::ifstream file{path, std::ios::binary | std::ios::ate};

@@ -61,6 +61,12 @@ class Loaded_component {
   std::vector<void *> acquired_;
 };
 
+// Where an adapter finds the component: the file that the environment variable HALVEX_COMPONENT
+// names, else component_halvex_encryption.so in the folder of the adapter, symbolic links resolved.
+// In a program with more rights than its caller the variable does not count: the caller must not
+// choose code that runs with them. Throws std::bad_alloc only.
+std::string find_component_file();
+
 // Keeps the code and data of this library in the process until it ends, even if the shared object
 // that they are part of is closed: a component that is unloaded late still calls the service
 // tables.

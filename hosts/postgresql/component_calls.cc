@@ -1,41 +1,28 @@
 #include "postgresql/component_calls.h"
 
-#include <dlfcn.h>
 #include <openssl/crypto.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <deque>
 #include <exception>
 #include <iterator>
 #include <memory>
 #include <new>
-#include <span>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "dovrin_host/error_log.h"
+#include "dovrin_host/loader.h"
 #include "dovrin_host/server.h"
 
 namespace halvex_postgresql {
-
-struct Call_site {
-  std::unique_ptr<dovrin_host::Function_instance> instance;
-  std::vector<dovrin_host::Argument> arguments;
-};
-
 namespace {
 
-using dovrin_host::Argument;
 using dovrin_host::Log_record;
 using dovrin_host::Result;
 using dovrin_host::Server;
 using dovrin_host::Status;
-
-constexpr const char *component_file = "component_halvex_encryption.so";
 
 // Keeps records until the component has returned: only then may they go to the server's log.
 class Record_collector : public dovrin_host::Log_sink {
@@ -64,71 +51,47 @@ Process_state &process_state() {
   return *state;
 }
 
-// Null until the first use, so that asking makes nothing.
+// Null until the first use.
 Process_state *state_in_use = nullptr;
 
 std::array<char, 4096> failure{};
+bool memory_failure = false;
 
 void set_failure(const char *text) noexcept {
   static_cast<void>(std::snprintf(failure.data(), failure.size(), "%s", text));
 }
 
-// Runs an operation that gives a Status; its failure, or its exception, becomes failure_text().
+// Runs an operation. After an exception the result is that of `on_exception`, which gets its text.
+template <typename Operation, typename On_exception>
+auto run_without_exceptions(Operation operation, On_exception on_exception) noexcept {
+  memory_failure = false;
+  try {
+    return operation();
+  } catch (const std::bad_alloc &) {
+    memory_failure = true;
+    return on_exception("out of memory");
+  } catch (const std::exception &error) {
+    return on_exception(error.what());
+  } catch (...) {
+    return on_exception("an exception of unknown type");
+  }
+}
+
+// Runs an operation that returns a Status. False with failure_text() if it fails.
 template <typename Operation>
-bool succeeds(Operation operation) noexcept try {
-  const Status status = operation();
-  if (!status.ok()) {
-    set_failure(status.message().c_str());
-  }
-  return status.ok();
-} catch (const std::exception &error) {
-  set_failure(error.what());
-  return false;
-} catch (...) {
-  set_failure("unknown exception");
-  return false;
-}
-
-std::string component_path() {
-  if (const char *const chosen = std::getenv("HALVEX_COMPONENT"); chosen != nullptr && *chosen) {
-    return chosen;
-  }
-  Dl_info library{};
-  if (dladdr(&failure, &library) == 0 || library.dli_fname == nullptr) {
-    return component_file;
-  }
-  const std::string path = library.dli_fname;
-  return path.substr(0, path.rfind('/') + 1) + component_file;
-}
-
-Argument argument_of(const Value &value) {
-  if (value.is_null) {
-    return Argument::null(value.type);
-  }
-  switch (value.type) {
-    case INT_RESULT:
-      return Argument::integer(value.integer);
-    case REAL_RESULT:
-      return Argument::real(value.real);
-    default:
-      return Argument::string({value.bytes, value.length});
-  }
-}
-
-Row_result run(Call_site &site) {
-  using Kind = dovrin_host::Row_result::Kind;
-  const dovrin_host::Row_result row = site.instance->row(site.arguments);
-  if (row.kind == Kind::null) {
-    return {.kind = Row_result::null};
-  }
-  if (row.kind == Kind::error) {
-    set_failure(std::string{row.text}.c_str());
-    return {.kind = Row_result::failed};
-  }
-  return {.kind = Row_result::value,
-          .bytes = row.text.data(),
-          .length = row.text.size(),
-          .integer = row.integer};
+bool run_operation(Operation operation) noexcept {
+  return run_without_exceptions(
+      [&operation] {
+        const Status status = operation();
+        if (!status.ok()) {
+          set_failure(status.message().c_str());
+        }
+        return status.ok();
+      },
+      [](const char *text) {
+        set_failure(text);
+        return false;
+      });
 }
 
 }  // namespace
@@ -136,9 +99,10 @@ Row_result run(Call_site &site) {
 bool is_component_loaded() noexcept { return state_in_use != nullptr && state_in_use->lease; }
 
 bool load_component() noexcept {
-  return succeeds([] {
+  return run_operation([] {
     state_in_use = &process_state();
-    Result<dovrin_host::Component_lease> lease = Server::instance().acquire(component_path());
+    Result<dovrin_host::Component_lease> lease =
+        Server::instance().acquire(dovrin_host::find_component_file());
     if (!lease.ok()) {
       return lease.status();
     }
@@ -154,24 +118,23 @@ void unload_component() noexcept {
 }
 
 bool set_integer_variable(const char *name, long long value) noexcept {
-  return succeeds([=] { return Server::instance().variables().set(name, value); });
+  return run_operation([=] { return Server::instance().variables().set(name, value); });
 }
 
 bool set_boolean_variable(const char *name, bool value) noexcept {
-  return succeeds([=] { return Server::instance().variables().set(name, value); });
+  return run_operation([=] { return Server::instance().variables().set(name, value); });
 }
 
-Call_site *open_call_site(const char *function, const Value *values, std::size_t count) noexcept {
+Call_site *open_call_site(const char *function, std::span<const Argument> arguments) noexcept {
   std::unique_ptr<Call_site> site;
-  const bool opened = succeeds([&] {
+  const bool opened = run_operation([&] {
     std::vector<Item_result> types;
-    std::ranges::transform(std::span{values, count}, std::back_inserter(types), &Value::type);
+    std::ranges::transform(arguments, std::back_inserter(types), &Argument::type);
     auto instance = Server::instance().open_function(function, types);
     if (!instance.ok()) {
       return instance.status();
     }
-    site = std::make_unique<Call_site>();
-    site->instance = std::move(instance).value();
+    site = std::move(instance).value();
     return Status{};
   });
   return opened ? site.release() : nullptr;
@@ -179,25 +142,18 @@ Call_site *open_call_site(const char *function, const Value *values, std::size_t
 
 void close_call_site(Call_site *site) noexcept { delete site; }
 
-Item_result result_type(const Call_site &site) noexcept { return site.instance->result_type(); }
-
-Row_result run_row(Call_site &site, const Value *values, std::size_t count) noexcept try {
-  site.arguments.clear();
-  for (const Value &value : std::span{values, count}) {
-    site.arguments.push_back(argument_of(value));
-  }
-  return run(site);
-} catch (const std::bad_alloc &) {
-  return {.kind = Row_result::out_of_memory};
-} catch (const std::exception &error) {
-  set_failure(error.what());
-  return {.kind = Row_result::failed};
-} catch (...) {
-  set_failure("unknown exception");
-  return {.kind = Row_result::failed};
+Row_result run_row(Call_site &site, std::span<const Argument> arguments) noexcept {
+  return run_without_exceptions(
+      [&] { return site.row(arguments); },
+      [&site](const char *text) {
+        static_cast<void>(std::snprintf(failure.data(), failure.size(),
+                                        "The function %s failed: %s.", site.name().c_str(), text));
+        return Row_result{.kind = Row_result::Kind::error, .text = failure.data()};
+      });
 }
 
 const char *failure_text() noexcept { return failure.data(); }
+bool was_out_of_memory() noexcept { return memory_failure; }
 
 const Log_record *oldest_record() noexcept {
   return state_in_use == nullptr || state_in_use->collector->records.empty()

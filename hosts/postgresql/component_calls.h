@@ -1,40 +1,25 @@
-// The component as the extension's C-minded files see it: plain records, and functions that neither
-// throw nor call the PostgreSQL server.
+// The component for the files that include the server's headers: functions that neither throw nor
+// call the PostgreSQL server.
 //
-// One server process is one thread and has one component, which the first call loads; a process
-// that forks before that (the postmaster with this library preloaded) hands nothing of it on.
+// One server process is one thread and has one component, which the first call loads. A process
+// that forks before that (the postmaster with this library preloaded) passes nothing of it on.
 
 #ifndef HALVEX_POSTGRESQL_COMPONENT_CALLS_H
 #define HALVEX_POSTGRESQL_COMPONENT_CALLS_H
 
 #include <cstddef>
+#include <span>
 
-#include "dovrin/udf.h"
-#include "dovrin_host/log_record.h"
+#include "dovrin_host/error_log.h"
+#include "dovrin_host/functions.h"
 
 namespace halvex_postgresql {
 
-// One SQL value as an argument. It borrows `bytes`, which need no terminator.
-struct Value {
-  Item_result type;
-  bool is_null;
-  const char *bytes;  // of a string
-  std::size_t length;
-  long long integer;
-  double real;
-};
-
-// What one row gave.
-struct Row_result {
-  enum Kind { value, null, failed, out_of_memory };
-  Kind kind;
-  const char *bytes = nullptr;  // of a string function: valid until the next row or the site's end
-  std::size_t length = 0;
-  long long integer = 0;  // of an integer function
-};
+using dovrin_host::Argument;
+using dovrin_host::Row_result;
 
 // One function at one call site of one statement.
-struct Call_site;
+using Call_site = dovrin_host::Function_instance;
 
 // True once load_component has succeeded.
 bool is_component_loaded() noexcept;
@@ -43,29 +28,30 @@ bool is_component_loaded() noexcept;
 // False with failure_text() if that fails; it can be tried again.
 bool load_component() noexcept;
 
-// Lets the component go, as the process ends. It stays if a call site is still open.
+// Releases the component, as the process ends. It stays if a call site is still open.
 void unload_component() noexcept;
 
 // Passes a value through the component's check and update. False with failure_text() if the
-// component refuses, or if there is none.
+// component rejects it, or if there is none.
 bool set_integer_variable(const char *name, long long value) noexcept;
 bool set_boolean_variable(const char *name, bool value) noexcept;
 
-// Runs the function's init for arguments of the types that the values have. The caller closes the
-// result. Null with failure_text(), which is exactly the function's own text if that refused.
-Call_site *open_call_site(const char *function, const Value *values, std::size_t count) noexcept;
+// Runs the function's init for arguments of these types; their values do not count. The caller
+// closes the result. Null with failure_text(), which is exactly the function's own text if that
+// failed.
+Call_site *open_call_site(const char *function, std::span<const Argument> arguments) noexcept;
 
 // Runs the function's deinit. Null is allowed.
 void close_call_site(Call_site *site) noexcept;
 
-// The type of the function's result: STRING_RESULT or INT_RESULT.
-Item_result result_type(const Call_site &site) noexcept;
+// Runs one row with arguments of the types that the call site was opened for. An exception of the
+// component is an error too.
+Row_result run_row(Call_site &site, std::span<const Argument> arguments) noexcept;
 
-// Runs one row with values of the same types. After `failed` there is a failure_text().
-Row_result run_row(Call_site &site, const Value *values, std::size_t count) noexcept;
-
-// Why the last operation failed. Static storage, overwritten by the next failure.
+// Why the last operation failed, and whether for want of memory. Static storage, overwritten by the
+// next failure.
 const char *failure_text() noexcept;
+bool was_out_of_memory() noexcept;
 
 // The oldest record that the component has reported and nobody has removed; null if there is none.
 // It is valid until remove_oldest_record, which may be called only if there is one.

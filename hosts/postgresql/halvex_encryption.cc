@@ -4,6 +4,9 @@
 // hangs on the server's own record of the call site and ends with the memory context of that
 // record, whichever way the statement ends.
 
+#include <span>
+#include <type_traits>
+
 #include "postgresql/component_calls.h"
 #include "postgresql/server_log.h"
 #include "postgresql/settings.h"
@@ -13,16 +16,23 @@
 namespace halvex_postgresql {
 namespace {
 
+using dovrin_host::Result_kind;
+using Kind = Row_result::Kind;
+
 // What hangs on a call site's fn_extra, in the call site's memory context.
 struct Attached_call_site {
   MemoryContextCallback on_reset;
   Call_site *site;
-  Oid result_type;  // this and the next: without domains
-  Oid *argument_types;
+  Oid *argument_types;  // without domains
   int count;
-  Value *values;     // of the current row
-  varlena **copies;  // values that the server has unpacked for this row
+  Argument *arguments;  // of the current row
+  varlena **copies;     // values that the server has unpacked for this row
+
+  std::span<const Argument> row() const { return {arguments, static_cast<std::size_t>(count)}; }
 };
+
+// The server frees it without a destructor.
+static_assert(std::is_trivially_destructible_v<Attached_call_site>);
 
 Item_result item_type(Oid type) {
   switch (type) {
@@ -42,15 +52,25 @@ Item_result item_type(Oid type) {
   }
 }
 
-void check_result_type(Item_result result, Oid type) {
-  const bool fits = result == INT_RESULT ? type == INT8OID : type == TEXTOID || type == BYTEAOID;
-  if (!fits) {
-    raise_error(ERRCODE_INVALID_FUNCTION_DEFINITION,
-                psprintf("results of type %s are not supported", format_type_be(type)));
+Oid sql_type(Result_kind result) {
+  switch (result) {
+    case Result_kind::text:
+      return TEXTOID;
+    case Result_kind::binary:
+      return BYTEAOID;
+    default:
+      return INT8OID;
   }
 }
 
-void let_component_go(int /*code*/, Datum /*argument*/) { unload_component(); }
+void check_result_type(const char *name, Oid type) {
+  if (type != sql_type(dovrin_host::describe_function(name).result)) {
+    raise_error(ERRCODE_INVALID_FUNCTION_DEFINITION,
+                psprintf("%s has no result of type %s", name, format_type_be(type)));
+  }
+}
+
+void unload_at_exit(int /*code*/, Datum /*argument*/) { unload_component(); }
 
 void ensure_component() {
   if (is_component_loaded()) {
@@ -61,7 +81,7 @@ void ensure_component() {
   if (!loaded) {
     raise_error(ERRCODE_UNDEFINED_FILE, failure_text());
   }
-  on_proc_exit(let_component_go, 0);
+  on_proc_exit(unload_at_exit, 0);
   apply_settings();
 }
 
@@ -71,18 +91,17 @@ void close_attached(void *attached) {
 
 // Allocates what the call site needs in its memory context, before anything of the component is
 // open.
-Attached_call_site *make_attached(FmgrInfo *function) {
+Attached_call_site *make_attached(FmgrInfo *function, const char *name) {
   Oid *types = nullptr;
   int count = 0;
-  const Oid result_type = get_func_signature(function->fn_oid, &types, &count);
+  check_result_type(name, getBaseType(get_func_signature(function->fn_oid, &types, &count)));
 
   MemoryContextData *const caller = MemoryContextSwitchTo(function->fn_mcxt);
   auto *const attached = static_cast<Attached_call_site *>(palloc0(sizeof(Attached_call_site)));
   const auto size = static_cast<Size>(count);
-  attached->result_type = getBaseType(result_type);
   attached->count = count;
   attached->argument_types = static_cast<Oid *>(palloc0(size * sizeof(Oid)));
-  attached->values = static_cast<Value *>(palloc0(size * sizeof(Value)));
+  attached->arguments = static_cast<Argument *>(palloc0(size * sizeof(Argument)));
   // An array of pointers. NOLINTNEXTLINE(bugprone-sizeof-expression)
   attached->copies = static_cast<varlena **>(palloc0(size * sizeof(varlena *)));
   attached->on_reset.func = close_attached;
@@ -91,16 +110,15 @@ Attached_call_site *make_attached(FmgrInfo *function) {
 
   for (int i = 0; i < count; ++i) {
     attached->argument_types[i] = getBaseType(types[i]);
-    attached->values[i].type = item_type(attached->argument_types[i]);
+    attached->arguments[i] = Argument::null(item_type(attached->argument_types[i]));
   }
   return attached;
 }
 
 Attached_call_site *attach_call_site(FmgrInfo *function, const char *name) {
   ensure_component();
-  Attached_call_site *const attached = make_attached(function);
-  attached->site =
-      open_call_site(name, attached->values, static_cast<std::size_t>(attached->count));
+  Attached_call_site *const attached = make_attached(function, name);
+  attached->site = open_call_site(name, attached->row());
   const bool opened = attached->site != nullptr;
   if (opened) {
     MemoryContextRegisterResetCallback(function->fn_mcxt, &attached->on_reset);
@@ -110,44 +128,37 @@ Attached_call_site *attach_call_site(FmgrInfo *function, const char *name) {
   if (!opened) {
     raise_error(ERRCODE_INVALID_PARAMETER_VALUE, failure_text());
   }
-  check_result_type(result_type(*attached->site), attached->result_type);
   return attached;
 }
 
-void read_string(Attached_call_site *attached, int index, Datum datum) {
+Argument read_string(Attached_call_site *attached, int index, Datum datum) {
   varlena *const original = reinterpret_cast<varlena *>(DatumGetPointer(datum));
   varlena *const unpacked = pg_detoast_datum_packed(original);
   attached->copies[index] = unpacked == original ? nullptr : unpacked;
-  attached->values[index].bytes = VARDATA_ANY(unpacked);
-  attached->values[index].length = VARSIZE_ANY_EXHDR(unpacked);
+  return Argument::string({VARDATA_ANY(unpacked), VARSIZE_ANY_EXHDR(unpacked)});
 }
 
-void read_argument(Attached_call_site *attached, int index, Datum datum) {
-  Value &value = attached->values[index];
+Argument read_argument(Attached_call_site *attached, int index, const NullableDatum &argument) {
+  if (argument.isnull) {
+    return Argument::null(attached->arguments[index].type());
+  }
   switch (attached->argument_types[index]) {
     case INT2OID:
-      value.integer = DatumGetInt16(datum);
-      break;
+      return Argument::integer(DatumGetInt16(argument.value));
     case INT4OID:
-      value.integer = DatumGetInt32(datum);
-      break;
+      return Argument::integer(DatumGetInt32(argument.value));
     case INT8OID:
-      value.integer = DatumGetInt64(datum);
-      break;
+      return Argument::integer(DatumGetInt64(argument.value));
     case FLOAT8OID:
-      value.real = DatumGetFloat8(datum);
-      break;
+      return Argument::real(DatumGetFloat8(argument.value));
     default:
-      read_string(attached, index, datum);
+      return read_string(attached, index, argument.value);
   }
 }
 
 void read_arguments(Attached_call_site *attached, FunctionCallInfo call) {
   for (int i = 0; i < attached->count; ++i) {
-    attached->values[i].is_null = call->args[i].isnull;
-    if (!call->args[i].isnull) {
-      read_argument(attached, i, call->args[i].value);
-    }
+    attached->arguments[i] = read_argument(attached, i, call->args[i]);
   }
 }
 
@@ -161,25 +172,16 @@ void wipe_copies(Attached_call_site *attached) {
   }
 }
 
-Datum result_datum(const Attached_call_site *attached, const Row_result &result) {
-  if (result_type(*attached->site) == INT_RESULT) {
+Datum result_datum(const Row_result &result, const char *name) {
+  if (result.kind == Kind::integer) {
     return Int64GetDatum(result.integer);
   }
-  const int length = static_cast<int>(result.length);
-  if (attached->result_type == TEXTOID) {
-    pg_verifymbstr(result.bytes, length, false);
+  const int length = static_cast<int>(result.text.size());
+  if (dovrin_host::describe_function(name).result == Result_kind::text) {
+    pg_verifymbstr(result.text.data(), length, false);
   }
   // Text and bytea are laid out alike.
-  return PointerGetDatum(cstring_to_text_with_len(result.bytes, length));
-}
-
-void refuse_failed_row(const Row_result &result, const char *name) {
-  if (result.kind == Row_result::out_of_memory) {
-    raise_error(ERRCODE_OUT_OF_MEMORY, "out of memory");
-  }
-  if (result.kind == Row_result::failed) {
-    raise_error(ERRCODE_EXTERNAL_ROUTINE_EXCEPTION, psprintf("%s failed", name), failure_text());
-  }
+  return PointerGetDatum(cstring_to_text_with_len(result.text.data(), length));
 }
 
 // One row of the component's function `name`.
@@ -194,16 +196,18 @@ Datum call(FunctionCallInfo call, const char *name) {
   }
 
   read_arguments(attached, call);
-  const Row_result result =
-      run_row(*attached->site, attached->values, static_cast<std::size_t>(attached->count));
+  const Row_result result = run_row(*attached->site, attached->row());
   wipe_copies(attached);
   write_records(record_level());
   // A cancel that came while the component ran takes effect here.
   CHECK_FOR_INTERRUPTS();
 
-  refuse_failed_row(result, name);
-  call->isnull = result.kind == Row_result::null;
-  return call->isnull ? Datum{0} : result_datum(attached, result);
+  if (result.kind == Kind::error) {
+    raise_error(was_out_of_memory() ? ERRCODE_OUT_OF_MEMORY : ERRCODE_EXTERNAL_ROUTINE_EXCEPTION,
+                pnstrdup(result.text.data(), result.text.size()));
+  }
+  call->isnull = result.kind == Kind::null;
+  return call->isnull ? Datum{0} : result_datum(result, name);
 }
 
 }  // namespace

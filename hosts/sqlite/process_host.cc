@@ -5,13 +5,12 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <mutex>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "dovrin_host/loader.h"
 #include "dovrin_host/server.h"
 
 namespace halvex_sqlite {
@@ -80,25 +79,6 @@ std::string environment(const char *name) {
   return value != nullptr ? value : "";
 }
 
-// The folder of this extension's own file, symbolic links resolved. Resolved at the first call: a
-// path that was relative when the extension was loaded depends on the current folder.
-const std::filesystem::path &extension_folder() {
-  static const std::filesystem::path folder = [] {
-    const char *const name = own_object().dli_fname;
-    const std::filesystem::path file = name != nullptr ? name : "";
-    std::error_code error;
-    const std::filesystem::path resolved = std::filesystem::canonical(file, error);
-    return (error ? file : resolved).parent_path();
-  }();
-  return folder;
-}
-
-std::string component_path() {
-  const std::filesystem::path beside = extension_folder() / "component_halvex_encryption.so";
-  const std::string named = environment("HALVEX_COMPONENT");
-  return named.empty() ? beside.string() : named;
-}
-
 bool shows_records_on_stderr() {
   const std::string wish = environment("HALVEX_LOG_STDERR");
   return wish.empty() ? isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0 : wish != "0";
@@ -145,7 +125,7 @@ Result<Process_host> start() {
   if (!only_copy.ok()) {
     return only_copy;
   }
-  const std::string path = component_path();
+  const std::string path = dovrin_host::find_component_file();
   Server &server = Server::instance();
   Attached_sinks sinks{server.error_log()};
 

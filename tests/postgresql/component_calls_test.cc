@@ -20,29 +20,27 @@ namespace {
 namespace host = halvex_postgresql;
 using halvex_test::fixture;
 
-host::Value text(std::string_view bytes) {
-  return {STRING_RESULT, false, bytes.data(), bytes.size(), 0, 0};
-}
+using host::Argument;
+using Kind = host::Row_result::Kind;
 
-host::Value integer(long long value) { return {INT_RESULT, false, nullptr, 0, value, 0}; }
-
-host::Value null_text() { return {STRING_RESULT, true, nullptr, 0, 0, 0}; }
+Argument text(std::string_view bytes) { return Argument::string(bytes); }
+Argument integer(long long value) { return Argument::integer(value); }
+Argument null_text() { return Argument::null(STRING_RESULT); }
 
 // Opens a call site and closes it at the end of the test.
 class Open_site {
  public:
-  Open_site(const char *function, std::vector<host::Value> values)
-      : values_{std::move(values)},
-        site_{host::open_call_site(function, values_.data(), values_.size())} {}
+  Open_site(const char *function, std::vector<Argument> arguments)
+      : arguments_{std::move(arguments)}, site_{host::open_call_site(function, arguments_)} {}
   Open_site(const Open_site &) = delete;
   Open_site &operator=(const Open_site &) = delete;
   ~Open_site() { host::close_call_site(site_); }
 
-  host::Row_result row() { return host::run_row(*site_, values_.data(), values_.size()); }
+  host::Row_result row() { return host::run_row(*site_, arguments_); }
   host::Call_site *get() { return site_; }
 
  private:
-  std::vector<host::Value> values_;
+  std::vector<Argument> arguments_;
   host::Call_site *site_;
 };
 
@@ -74,18 +72,18 @@ class ComponentCallsTest : public testing::Test {
 TEST_F(ComponentCallsTest, StringRowGivesTheBytes) {
   Open_site site{"create_digest", {text("SHA224"), text("abc")}};
   ASSERT_NE(site.get(), nullptr);
-  EXPECT_EQ(host::result_type(*site.get()), STRING_RESULT);
+  EXPECT_EQ(site.get()->result_type(), STRING_RESULT);
   const host::Row_result result = site.row();
-  EXPECT_EQ(result.kind, host::Row_result::value);
-  EXPECT_EQ(result.length, 28U);
-  EXPECT_EQ(static_cast<unsigned char>(result.bytes[0]), 0x23);
+  EXPECT_EQ(result.kind, Kind::string);
+  EXPECT_EQ(result.text.size(), 28U);
+  EXPECT_EQ(result.text.front(), '\x23');
   EXPECT_EQ(host::oldest_record(), nullptr);
 }
 
 TEST_F(ComponentCallsTest, ArgumentsNeedNoTerminator) {
   const std::string longer = "SHA256 and more";
   Open_site site{"create_digest", {text(std::string_view{longer}.substr(0, 6)), text("abc")}};
-  EXPECT_EQ(site.row().kind, host::Row_result::value);
+  EXPECT_EQ(site.row().kind, Kind::string);
 }
 
 TEST_F(ComponentCallsTest, IntegerRowGivesOneOrNull) {
@@ -93,24 +91,24 @@ TEST_F(ComponentCallsTest, IntegerRowGivesOneOrNull) {
   const std::string public_key = fixture("rsa2048-public.pem");
   Open_site sign{"asymmetric_sign", {text("RSA"), text("m"), text(key), text("SHA256")}};
   const host::Row_result signature = sign.row();
-  ASSERT_EQ(signature.kind, host::Row_result::value);
+  ASSERT_EQ(signature.kind, Kind::string);
 
-  const std::string_view bytes{signature.bytes, signature.length};
-  Open_site verify{"asymmetric_verify",
-                   {text("RSA"), text("m"), text(bytes), text(public_key), text("SHA256")}};
-  EXPECT_EQ(host::result_type(*verify.get()), INT_RESULT);
+  Open_site verify{
+      "asymmetric_verify",
+      {text("RSA"), text("m"), text(signature.text), text(public_key), text("SHA256")}};
+  EXPECT_EQ(verify.get()->result_type(), INT_RESULT);
   const host::Row_result verified = verify.row();
-  EXPECT_EQ(verified.kind, host::Row_result::value);
+  EXPECT_EQ(verified.kind, Kind::integer);
   EXPECT_EQ(verified.integer, 1);
 
   Open_site other{"asymmetric_verify",
-                  {text("RSA"), text("n"), text(bytes), text(public_key), text("SHA256")}};
-  EXPECT_EQ(other.row().kind, host::Row_result::null);
+                  {text("RSA"), text("n"), text(signature.text), text(public_key), text("SHA256")}};
+  EXPECT_EQ(other.row().kind, Kind::null);
 }
 
 TEST_F(ComponentCallsTest, NullArgumentGivesNullAndOneRecord) {
   Open_site site{"create_digest", {null_text(), text("abc")}};
-  EXPECT_EQ(site.row().kind, host::Row_result::null);
+  EXPECT_EQ(site.row().kind, Kind::null);
   const dovrin_host::Log_record *const record = host::oldest_record();
   ASSERT_NE(record, nullptr);
   EXPECT_EQ(record->code, 13919);
@@ -125,9 +123,9 @@ TEST_F(ComponentCallsTest, NullArgumentGivesNullAndOneRecord) {
 
 TEST_F(ComponentCallsTest, RecordsComeOldestFirst) {
   Open_site site{"create_asymmetric_priv_key", {text("RSA"), integer(1024)}};
-  EXPECT_EQ(site.row().kind, host::Row_result::null);
+  EXPECT_EQ(site.row().kind, Kind::null);
   Open_site other{"create_digest", {null_text(), text("abc")}};
-  EXPECT_EQ(other.row().kind, host::Row_result::null);
+  EXPECT_EQ(other.row().kind, Kind::null);
   ASSERT_NE(host::oldest_record(), nullptr);
   EXPECT_EQ(host::oldest_record()->code, 13921);
   host::remove_oldest_record();
@@ -156,10 +154,10 @@ TEST_F(ComponentCallsTest, UnknownFunctionIsAFailure) {
 
 TEST_F(ComponentCallsTest, RowOfOtherTypesIsAFailure) {
   const std::array opened{text("SHA256"), text("abc")};
-  host::Call_site *const site = host::open_call_site("create_digest", opened.data(), opened.size());
+  host::Call_site *const site = host::open_call_site("create_digest", opened);
   ASSERT_NE(site, nullptr);
   const std::array other{text("SHA256"), integer(1)};
-  EXPECT_EQ(host::run_row(*site, other.data(), other.size()).kind, host::Row_result::failed);
+  EXPECT_EQ(host::run_row(*site, other).kind, Kind::error);
   host::close_call_site(site);
 }
 
@@ -167,7 +165,7 @@ TEST_F(ComponentCallsTest, SettingsReachTheComponent) {
   constexpr const char *maximum = "component_halvex_encryption.maximum_rsa_key_size";
   EXPECT_TRUE(host::set_integer_variable(maximum, 2048));
   Open_site site{"create_asymmetric_priv_key", {text("RSA"), integer(3072)}};
-  EXPECT_EQ(site.row().kind, host::Row_result::null);
+  EXPECT_EQ(site.row().kind, Kind::null);
   ASSERT_NE(host::oldest_record(), nullptr);
   EXPECT_EQ(host::oldest_record()->code, 13921);
   EXPECT_FALSE(host::set_integer_variable(maximum, 3000));
@@ -179,11 +177,11 @@ TEST_F(ComponentCallsTest, SettingsReachTheComponent) {
 }
 
 TEST_F(ComponentCallsTest, ComponentStaysWhileACallSiteIsOpen) {
-  const std::array values{text("SHA256"), text("abc")};
-  host::Call_site *const site = host::open_call_site("create_digest", values.data(), values.size());
+  const std::array arguments{text("SHA256"), text("abc")};
+  host::Call_site *const site = host::open_call_site("create_digest", arguments);
   ASSERT_NE(site, nullptr);
   host::unload_component();
-  EXPECT_EQ(host::run_row(*site, values.data(), values.size()).kind, host::Row_result::value);
+  EXPECT_EQ(host::run_row(*site, arguments).kind, Kind::string);
   host::close_call_site(site);
   EXPECT_TRUE(host::load_component());
 }
