@@ -3,49 +3,110 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <charconv>
 #include <cstdio>
 #include <ctime>
 #include <new>
 #include <nlohmann/json.hpp>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "dovrin/services.h"
+#include "dovrin_host/user_text.h"
 
 namespace dovrin_host {
 namespace {
 
-bool is_ascii_control(unsigned char byte) { return byte < 0x20 || byte == 0x7f; }
+struct Conversion {
+  enum Kind { none, percent, text, user_text, signed_number, unsigned_number };
+  Kind kind = none;
+  std::size_t precision = 0;  // of a text that a user chose
+};
 
-// U+0080 to U+009F, whose UTF-8 form a terminal obeys like an escape sequence.
-bool is_encoded_control(unsigned char first, unsigned char second) {
-  return first == 0xc2 && second >= 0x80 && second <= 0x9f;
-}
-
-void append_escaped(std::string &out, unsigned char byte) {
-  static constexpr std::string_view digits = "0123456789abcdef";
-  out += "\\x";
-  out += digits[byte >> 4U];
-  out += digits[byte & 0xfU];
-}
-
-void append_printable(std::string &out, std::string_view text) {
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : '\0');
-    if (is_encoded_control(byte, next)) {
-      append_escaped(out, byte);
-      append_escaped(out, next);
-      ++i;
-    } else if (is_ascii_control(byte)) {
-      append_escaped(out, byte);
-    } else {
-      out += text[i];
+// Takes a conversion off the front of `format`; none, with nothing taken, if there is no known one.
+Conversion take_conversion(std::string_view &format) {
+  struct Known_conversion {
+    std::string_view spelling;
+    Conversion::Kind kind;
+  };
+  static constexpr std::array known{
+      Known_conversion{"%%", Conversion::percent},
+      Known_conversion{"%s", Conversion::text},
+      Known_conversion{"%lld", Conversion::signed_number},
+      Known_conversion{"%llu", Conversion::unsigned_number},
+  };
+  for (const auto &[spelling, kind] : known) {
+    if (format.starts_with(spelling)) {
+      format.remove_prefix(spelling.size());
+      return {kind};
     }
   }
+  if (!format.starts_with("%.")) {
+    return {};
+  }
+  std::size_t precision = 0;
+  const char *const end = format.data() + format.size();
+  const auto [stop, error] = std::from_chars(format.data() + 2, end, precision);
+  if (error != std::errc{} || stop == end || *stop != 's') {
+    return {};
+  }
+  format.remove_prefix(static_cast<std::size_t>(stop + 1 - format.data()));
+  return {Conversion::user_text, precision};
 }
 
 }  // namespace
+namespace {
+
+const char *text_or_word(const char *text) { return text != nullptr ? text : "(null)"; }
+
+}  // namespace
+
+bool has_user_text(std::string_view format) noexcept {
+  while (!format.empty()) {
+    format.remove_prefix(std::min(format.find('%'), format.size()));
+    const Conversion conversion = take_conversion(format);
+    if (conversion.kind == Conversion::user_text) {
+      return true;
+    }
+    if (conversion.kind == Conversion::none && !format.empty()) {
+      format.remove_prefix(1);
+    }
+  }
+  return false;
+}
+
+std::string format_message(const char *format, va_list arguments) {
+  std::string_view rest = format;
+  std::string message;
+  while (!rest.empty()) {
+    const std::size_t literal = std::min(rest.find('%'), rest.size());
+    message += rest.substr(0, literal);
+    rest.remove_prefix(literal);
+    const Conversion conversion = take_conversion(rest);
+    switch (conversion.kind) {
+      case Conversion::none:
+        return message;
+      case Conversion::percent:
+        message += '%';
+        break;
+      case Conversion::text:
+        message += text_or_word(va_arg(arguments, const char *));
+        break;
+      case Conversion::user_text:
+        message +=
+            make_excerpt(text_or_word(va_arg(arguments, const char *)), conversion.precision);
+        break;
+      case Conversion::signed_number:
+        message += std::to_string(va_arg(arguments, long long));
+        break;
+      case Conversion::unsigned_number:
+        message += std::to_string(va_arg(arguments, unsigned long long));
+        break;
+    }
+  }
+  return message;
+}
 
 const char *priority_name(int priority) noexcept {
   switch (priority) {
@@ -105,10 +166,7 @@ std::string render_line(const Log_record &record) {
     raw += " Hint: " + record.hint;
   }
 
-  std::string out;
-  out.reserve(raw.size());
-  append_printable(out, raw);
-  return out;
+  return make_printable(raw);
 }
 
 struct Error_log::Attached_sink {

@@ -4,12 +4,14 @@
 #define DOVRIN_HOST_ERROR_LOG_H
 
 #include <chrono>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "dovrin_host/result.h"
@@ -26,7 +28,7 @@ struct Log_record {
   std::string function;     // the reporting function
   std::string source_file;  // without folder or ending
   long long source_line = 0;
-  std::string message;  // any bytes: it may quote what a user passed
+  std::string message;  // texts that a user chose are excerpts, escaped
   std::string hint;     // what the user can do; empty if nothing is known
 
   bool operator==(const Log_record &) const = default;
@@ -42,20 +44,36 @@ std::string render_time(std::chrono::system_clock::time_point time);
 // std::bad_alloc only.
 std::string render_json(const Log_record &record);
 
-// One line for a terminal, without a line end. Control characters are written as \xNN, so that no
-// quoted text can steer the terminal or start a line. Throws std::bad_alloc only.
+// One line for a terminal, without a line end, escaped like make_printable: no quoted text can
+// steer the terminal or start a line. Throws std::bad_alloc only.
 std::string render_line(const Log_record &record);
 
 // One error code. All texts have static storage and end in a NUL.
 struct Catalogue_entry {
   int code;
-  const char *symbol;         // the code's name, for programs
-  const char *template_text;  // printf conversions fix the order and types of the arguments
-  const char *hint;           // one sentence: what the user can do
+  const char *symbol;  // the code's name, for programs
+
+  // The conversions fix order and types of the arguments: %s, %llu and %lld, and %.32s for a text
+  // that a user chose, which format_message() makes an excerpt of.
+  const char *template_text;
+  const char *hint;  // one sentence: what the user can do
 };
 
 // Returns the entry of `code`, or null if the catalogue has none. Any thread.
 const Catalogue_entry *find_catalogue_entry(int code) noexcept;
+
+// What the user can do about `code`, reported by the SQL function `function`; empty for a code that
+// the catalogue does not have. Static storage. Any thread.
+const char *find_hint(int code, std::string_view function) noexcept;
+
+// True if the format has a text with a precision, which stands for a text that a user chose.
+bool has_user_text(std::string_view format) noexcept;
+
+// The message of such a format: an excerpt, as make_excerpt() gives it, takes the place of each
+// text with a precision, so that a private key in the wrong argument reaches no sink. The other
+// conversions may be %s, %llu, %lld and %%; the message ends at anything else. `arguments` is used
+// up. Throws std::bad_alloc only.
+std::string format_message(const char *format, va_list arguments);
 
 // Where records go. A sink may be written to from many threads at once, and must not call the error
 // log or the server from `write`.

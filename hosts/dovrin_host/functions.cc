@@ -21,7 +21,24 @@ bool needs_copy(const Argument &argument) {
   return argument.type() == STRING_RESULT && !argument.is_null() && !argument.is_terminated();
 }
 
+thread_local std::string_view name_of_running_function;
+
+// Makes a function the calling thread's running one while it lives.
+class Running_scope {
+ public:
+  explicit Running_scope(std::string_view name)
+      : previous_{std::exchange(name_of_running_function, name)} {}
+  Running_scope(const Running_scope &) = delete;
+  Running_scope &operator=(const Running_scope &) = delete;
+  ~Running_scope() { name_of_running_function = previous_; }
+
+ private:
+  const std::string_view previous_;
+};
+
 }  // namespace
+
+std::string_view running_function() noexcept { return name_of_running_function; }
 
 Function_pin::Function_pin(std::shared_ptr<Registered_function> function) noexcept
     : function_{std::move(function)} {
@@ -202,6 +219,7 @@ Row_result Function_instance::row(std::span<const Argument> arguments) {
   Copies_guard guard{*this};
   fill_arguments(arguments);
 
+  const Running_scope running{name()};
   const Row_result result = result_type() == INT_RESULT ? integer_row() : string_row();
   if (result.kind == Row_result::Kind::string && holds_in_copies(result.text.data())) {
     guard.keep();

@@ -205,6 +205,9 @@ struct Row_result {
 static_assert(std::is_trivially_destructible_v<Argument>);
 static_assert(std::is_trivially_destructible_v<Row_result>);
 
+// The name of the function whose row the calling thread runs; empty outside of rows.
+std::string_view running_function() noexcept;
+
 // One function at one call site of one statement. One thread at a time; rows may come from
 // different threads.
 class Function_instance {

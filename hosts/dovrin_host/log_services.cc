@@ -86,7 +86,7 @@ Log_record record_of(const Dovrin_log_line &line) {
   record.source_line = integer_of(line, DOVRIN_LOG_SOURCE_LINE);
   record.message = text_of(line, DOVRIN_LOG_MESSAGE);
   if (const Catalogue_entry *const entry = find_catalogue_entry(record.code)) {
-    record.hint = entry->hint;
+    record.hint = find_hint(record.code, running_function());
     if (record.symbol.empty()) {
       record.symbol = entry->symbol;
     }
@@ -174,10 +174,24 @@ static void *allocate(size_t size) noexcept { return std::malloc(size); }
 
 static void release(void *memory) noexcept { std::free(memory); }
 
+// Out of memory gives an empty text, never one with a text that a user chose in full.
 static size_t format(char *buffer, size_t size, const char *format_text,
                      va_list arguments) noexcept {
-  const int length = std::vsnprintf(buffer, size, format_text, arguments);
-  return length < 0 ? 0 : static_cast<size_t>(length);
+  if (!has_user_text(format_text)) {
+    const int length = std::vsnprintf(buffer, size, format_text, arguments);
+    return length < 0 ? 0 : static_cast<size_t>(length);
+  }
+  std::string text;
+  try {
+    text = format_message(format_text, arguments);
+  } catch (const std::exception &) {
+    text.clear();
+  }
+  if (size > 0) {
+    const std::size_t kept = text.copy(buffer, size - 1);
+    buffer[kept] = '\0';
+  }
+  return text.size();
 }
 
 }  // extern "C"

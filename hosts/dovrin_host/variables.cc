@@ -13,6 +13,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "dovrin_host/user_text.h"
+
 namespace dovrin_host {
 namespace {
 
@@ -134,11 +136,15 @@ std::string allowed_values(const Variable_definition &variable) {
 
 Status refused(const Variable_definition &variable, const Setting &setting) {
   return Status::failure("The system variable " + variable.name + " cannot be set to '" +
-                         text_form(setting) + "'. Allowed are " + allowed_values(variable) + ".");
+                         make_excerpt(text_form(setting)) + "'. Allowed are " +
+                         allowed_values(variable) + ".");
 }
 
+// Characters of a name in an error text.
+constexpr std::size_t longest_name = 128;
+
 Status unknown(std::string_view name) {
-  return Status::failure("There is no system variable '" + std::string{name} + "'.");
+  return Status::failure("There is no system variable '" + make_excerpt(name, longest_name) + "'.");
 }
 
 // Says for the whole process which thread is inside a component's callbacks.
@@ -294,7 +300,7 @@ bool System_variables::remove(std::string_view name) {
 
 Status System_variables::set(std::string_view name, const Setting &setting) {
   if (is_setting_thread()) {
-    return Status::failure("The system variable '" + std::string{name} +
+    return Status::failure("The system variable '" + make_excerpt(name, longest_name) +
                            "' cannot be set while another one is being set.");
   }
   const std::lock_guard one_set_at_a_time{set_mutex_};

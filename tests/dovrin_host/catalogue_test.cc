@@ -42,16 +42,16 @@ TEST(CatalogueTest, EveryTemplateHasTheConversionsThatComponentsPass) {
       {13917, "%s"},
       {13918, "%s"},
       {13919, "%s %s"},
-      {13920, "%s %s"},
-      {13921, "%llu %s %s %lld %lld"},
-      {13922, "%lld %s %s"},
-      {13923, "%s %s"},
-      {13924, "%llu %s %s %lld"},
-      {13925, "%s %s %llu"},
-      {13926, "%s %s %llu"},
-      {13927, "%s %s %s"},
-      {13928, "%s %s %s"},
-      {13929, "%s %s %llu %llu"},
+      {13920, "%.32s %s"},
+      {13921, "%llu %s %.32s %lld %lld"},
+      {13922, "%lld %.32s %s"},
+      {13923, "%.32s %s"},
+      {13924, "%llu %s %.32s %lld"},
+      {13925, "%s %.32s %llu"},
+      {13926, "%s %.32s %llu"},
+      {13927, "%s %.32s %.32s"},
+      {13928, "%s %.32s %s"},
+      {13929, "%s %.32s %llu %llu"},
   };
   std::map<int, std::string> found;
   for (const Catalogue_entry &entry : entries()) {
@@ -84,12 +84,22 @@ TEST(CatalogueTest, SymbolsAreDistinctUpperCaseNames) {
 
 TEST(CatalogueTest, EveryHintIsOneSentence) {
   for (const Catalogue_entry &entry : entries()) {
-    const std::string hint = entry.hint;
-    ASSERT_FALSE(hint.empty());
-    EXPECT_EQ(hint.find(". "), std::string::npos) << hint;
-    EXPECT_EQ(hint.back(), '.') << hint;
-    EXPECT_EQ(hint.find('%'), std::string::npos) << hint;
+    for (const char *const function : {"asymmetric_decrypt", "asymmetric_verify", "another", ""}) {
+      const std::string hint = find_hint(entry.code, function);
+      ASSERT_FALSE(hint.empty());
+      EXPECT_EQ(hint.find(". "), std::string::npos) << hint;
+      EXPECT_EQ(hint.back(), '.') << hint;
+      EXPECT_EQ(hint.find('%'), std::string::npos) << hint;
+    }
   }
+}
+
+TEST(CatalogueTest, HintIsTheEntrysUnlessTheFunctionHasItsOwn) {
+  EXPECT_STREQ(find_hint(13928, "asymmetric_sign"), find_catalogue_entry(13928)->hint);
+  EXPECT_STREQ(find_hint(13928, "asymmetric_verify"),
+               "The signature does not belong to this content, key and digest type, or the key is "
+               "not readable.");
+  EXPECT_STREQ(find_hint(1, "asymmetric_verify"), "");
 }
 
 }  // namespace

@@ -216,5 +216,28 @@ TEST(LogServicesTest, FormatSaysHowLongTheWholeTextIs) {
   EXPECT_STREQ(buffer.data(), "abc 1");
 }
 
+TEST(LogServicesTest, TextWithAPrecisionIsFormattedAsAnExcerpt) {
+  std::array<char, 256> buffer{};
+  const std::string key(2000, 'k');
+  const std::string expected = "100% of 'k\\x0akkk <...>' in f, -1 18446744073709551615";
+  EXPECT_EQ(format(buffer.data(), buffer.size(), "100%% of '%.5s' in %s, %lld %llu",
+                   ("k\n" + key).c_str(), "f", -1LL, 18446744073709551615ULL),
+            expected.size());
+  EXPECT_EQ(buffer.data(), expected);
+}
+
+TEST(LogServicesTest, ExcerptThatDoesNotFitIsTruncatedAndCountedWhole) {
+  std::array<char, 6> buffer{};
+  EXPECT_EQ(format(buffer.data(), buffer.size(), "%.32s!", "abcdefgh"), 9U);
+  EXPECT_STREQ(buffer.data(), "abcde");
+  EXPECT_EQ(format(nullptr, 0, "%.32s!", "abcdefgh"), 9U);
+}
+
+TEST(LogServicesTest, MessageWithAnExcerptEndsAtAConversionThatIsNotKnown) {
+  std::array<char, 64> buffer{};
+  EXPECT_EQ(format(buffer.data(), buffer.size(), "%.32s at %p", "a", "b"), 5U);
+  EXPECT_STREQ(buffer.data(), "a at ");
+}
+
 }  // namespace
 }  // namespace dovrin_host
