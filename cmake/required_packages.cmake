@@ -1,4 +1,4 @@
-# Finds the packages that the chosen options need, and says which Debian package is missing.
+# Finds the packages that the chosen options need, and names the Debian package that is missing.
 
 # require_debian_package(found option package): stops unless `found` is true.
 function(require_debian_package found option package)
@@ -23,7 +23,16 @@ if(HALVEX_BUILD_SQLITE_HOST)
 endif()
 
 if(HALVEX_BUILD_POSTGRESQL_HOST)
-  find_program(HALVEX_PG_CONFIG pg_config HINTS /usr/lib/postgresql/15/bin)
+  # Supported, newest first; tools/install-packages has the same list.
+  set(postgresql_versions 17 16 15)
+  set(postgresql_folders)
+  foreach(version IN LISTS postgresql_versions)
+    if(EXISTS /usr/include/postgresql/${version}/server/postgres.h)
+      list(APPEND postgresql_folders /usr/lib/postgresql/${version}/bin)
+    endif()
+  endforeach()
+  find_program(HALVEX_PG_CONFIG pg_config HINTS ${postgresql_folders}
+               DOC "pg_config of the PostgreSQL server that the extension is built for")
   set(postgresql_headers_found FALSE)
   if(HALVEX_PG_CONFIG)
     execute_process(COMMAND ${HALVEX_PG_CONFIG} --includedir-server
@@ -32,7 +41,14 @@ if(HALVEX_BUILD_POSTGRESQL_HOST)
       set(postgresql_headers_found TRUE)
     endif()
   endif()
-  require_debian_package(postgresql_headers_found HALVEX_BUILD_POSTGRESQL_HOST postgresql-server-dev-15)
+  require_debian_package(postgresql_headers_found HALVEX_BUILD_POSTGRESQL_HOST postgresql-server-dev-all)
+  execute_process(COMMAND ${HALVEX_PG_CONFIG} --version OUTPUT_VARIABLE version)
+  string(REGEX MATCH "[0-9]+" version "${version}")
+  if(NOT version IN_LIST postgresql_versions)
+    message(FATAL_ERROR "${HALVEX_PG_CONFIG} is that of PostgreSQL ${version}, which is not supported; the "
+                        "extension is built for one of: ${postgresql_versions}. Set HALVEX_PG_CONFIG to the "
+                        "pg_config of a supported server, or switch HALVEX_BUILD_POSTGRESQL_HOST off.")
+  endif()
 endif()
 
 if(HALVEX_BUILD_TESTS)

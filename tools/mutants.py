@@ -1,7 +1,7 @@
 """Makes single-place mutants of C++ sources laid out by clang-format.
 
 A mutant replaces one span of one file. Which spans are worth changing is decided on tokens, so that
-comments and preprocessor lines stay as they are; binary operators are told from template brackets
+comments and preprocessor lines stay as they are; binary operators are distinguished from template brackets
 and pointer declarators by the blanks that clang-format puts around them.
 """
 
@@ -22,7 +22,7 @@ TOKEN = re.compile(
     re.VERBOSE | re.DOTALL | re.MULTILINE,
 )
 
-# Each operator with what a tired reader would not notice in its place.
+# Each operator with replacements that are easily overlooked.
 BINARY_OPERATORS = {
     "==": ["!="],
     "!=": ["=="],
@@ -321,7 +321,7 @@ class Generator:
             if "nullptr" in (self.tokens[left[0]].text, self.tokens[right[0]].text):
                 continue
             if self.is_a_number(*left) != self.is_a_number(*right):
-                continue  # the compiler would refuse it
+                continue  # the compiler would reject it
             left_start, left_end = self.span(*left)
             right_start, right_end = self.span(*right)
             self.add(

@@ -27,6 +27,9 @@ extern "C" {
 #include <utils/guc.h>
 #include <utils/lsyscache.h>
 #include <utils/memutils.h>
+#if PG_VERSION_NUM >= 160000
+#include <varatt.h>  // the macros of variable-length values, part of postgres.h before
+#endif
 }
 #pragma GCC visibility pop
 

@@ -42,7 +42,7 @@ open_clusters() {
   [[ -n $pg_config ]] ||
     cluster_failed "'$build' is not a build folder with HALVEX_BUILD_POSTGRESQL_HOST switched on"
   if ((EUID == 0)) && ! id postgres >/dev/null 2>&1; then
-    cluster_failed "there is no user 'postgres' to run the server as; install the package postgresql-15"
+    cluster_failed "there is no user 'postgres' to run the server as; install a package postgresql-VERSION"
   fi
   pg_bin=$("$pg_config" --bindir)
 
