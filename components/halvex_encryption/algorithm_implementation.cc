@@ -15,9 +15,7 @@ namespace halvex_encryption {
 
 namespace {
 
-using utilities::at_this_line;
 using utilities::handle_openssl_error;
-using utilities::line_of_call;
 using utilities::report;
 using utilities::Report_site;
 
@@ -25,7 +23,7 @@ constexpr const char *source_file = "algorithm_implementation";
 constexpr Report_site short_key_buffer{13929, 168, source_file, "get_key"};
 constexpr Report_site short_encrypt_buffer{13929, 258, source_file, "encrypt"};
 constexpr Report_site short_decrypt_buffer{13929, 318, source_file, "decrypt"};
-constexpr Report_site short_signature_buffer{13929, line_of_call, source_file, "sign"};
+constexpr Report_site short_signature_buffer{13929, __LINE__, source_file, "sign"};
 
 struct Named_digest {
   std::string_view name;
@@ -58,20 +56,22 @@ class Wipe_on_exit {
 // A plain search in the whole text, not for a label line: a comment with these words makes any text
 // private. The copy refuses a null text of some length (std::logic_error), which no SQL argument
 // can be.
-bool speaks_of_private_key(const char *pem, std::uint64_t pem_length) {
+bool contains_private_key_label(const char *pem, std::uint64_t pem_length) {
   std::string text(pem, pem_length);
   const Wipe_on_exit wipe{text};
   return text.find("PRIVATE KEY") != std::string::npos;
 }
 
-// The failure of every operation whose OpenSSL call failed.
-bool openssl_failed(const Function_metadata &metadata) noexcept {
+// Reports the failed OpenSSL call of an operation. Always true.
+[[nodiscard]] bool report_openssl_error(const Function_metadata &metadata) noexcept {
   handle_openssl_error(metadata.function_name, metadata.algorithm);
   return true;
 }
 
-bool buffer_too_short(const Report_site &site, const Function_metadata &metadata,
-                      unsigned long long capacity, unsigned long long needed) noexcept {
+// Always true.
+[[nodiscard]] bool report_short_buffer(const Report_site &site, const Function_metadata &metadata,
+                                       unsigned long long capacity,
+                                       unsigned long long needed) noexcept {
   report(site, metadata.function_name.c_str(), metadata.algorithm.c_str(), capacity, needed);
   return true;
 }
@@ -91,7 +91,7 @@ Bio_ptr memory_stream(const char *bytes, std::uint64_t length) noexcept {
 Key_reader::Key_reader(const std::string &function_name, const std::string &algorithm,
                        const char *pem, std::uint64_t pem_length, const Read_function &reader)
     : metadata{function_name, algorithm} {
-  is_private = speaks_of_private_key(pem, pem_length);
+  is_private = contains_private_key_label(pem, pem_length);
   const Bio_ptr bio = memory_stream(pem, pem_length);
 
   if (is_private) {
@@ -122,7 +122,7 @@ Key_generate_base::Key_generate_base(Function_metadata call_metadata, int length
 
   const Pkey_ctx_ptr ctx{EVP_PKEY_CTX_new_id(key_type, nullptr)};
   if (!ctx || EVP_PKEY_keygen_init(ctx.get()) < 1) {
-    openssl_failed(metadata);
+    handle_openssl_error(metadata.function_name, metadata.algorithm);
     return;
   }
   if (configure(ctx.get(), length_bits)) {
@@ -131,7 +131,7 @@ Key_generate_base::Key_generate_base(Function_metadata call_metadata, int length
 
   EVP_PKEY *generated = nullptr;
   if (EVP_PKEY_keygen(ctx.get(), &generated) <= 0) {
-    openssl_failed(metadata);
+    handle_openssl_error(metadata.function_name, metadata.algorithm);
   }
   key.reset(generated);
 }
@@ -142,7 +142,7 @@ Key_generate_base::Key_generate_base(Function_metadata call_metadata, const char
   const Bio_ptr bio = memory_stream(pem, pem_length);
   key.reset(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
   if (!key) {
-    openssl_failed(metadata);
+    handle_openssl_error(metadata.function_name, metadata.algorithm);
   }
 }
 
@@ -167,23 +167,23 @@ bool Key_generate_base::get_key(bool private_part, char *out, unsigned long out_
   // The PEM writers crash on a null stream.
   const Bio_ptr bio{BIO_new(BIO_s_mem())};
   if (!bio) {
-    return openssl_failed(metadata);
+    return report_openssl_error(metadata);
   }
   const int written = private_part ? PEM_write_bio_PrivateKey(bio.get(), key.get(), nullptr,
                                                               nullptr, 0, nullptr, nullptr)
                                    : PEM_write_bio_PUBKEY(bio.get(), key.get());
   if (written == 0) {
-    return openssl_failed(metadata);
+    return report_openssl_error(metadata);
   }
 
   const int length = static_cast<int>(BIO_ctrl(bio.get(), BIO_CTRL_INFO, 0, nullptr));
   const unsigned long needed = static_cast<unsigned long>(length) + 1;
   if (out_size < needed) {
-    return buffer_too_short(short_key_buffer, metadata, out_size, needed);
+    return report_short_buffer(short_key_buffer, metadata, out_size, needed);
   }
   if (BIO_read(bio.get(), out, length) != length || length == 0) {
     OPENSSL_cleanse(out, needed);
-    return openssl_failed(metadata);
+    return report_openssl_error(metadata);
   }
   out[length] = '\0';
   *out_length = needed - 1;
@@ -232,7 +232,7 @@ bool Key_usage_encryption::run(const Operation &operation, const unsigned char *
 
   const Pkey_ctx_ptr ctx{EVP_PKEY_CTX_new(reader.key.get(), nullptr)};
   if (!ctx || operation.init(ctx.get()) <= 0) {
-    return openssl_failed(metadata);
+    return report_openssl_error(metadata);
   }
   if (set_ctx_properties(ctx.get())) {
     return true;
@@ -240,13 +240,13 @@ bool Key_usage_encryption::run(const Operation &operation, const unsigned char *
 
   size_t needed = 0;
   if (operation.transform(ctx.get(), nullptr, &needed, data, data_length) <= 0) {
-    return openssl_failed(metadata);
+    return report_openssl_error(metadata);
   }
   if (out_capacity < needed) {
-    return buffer_too_short(operation.short_buffer, metadata, out_capacity, needed);
+    return report_short_buffer(operation.short_buffer, metadata, out_capacity, needed);
   }
   if (operation.transform(ctx.get(), out, &needed, data, data_length) <= 0) {
-    return openssl_failed(metadata);
+    return report_openssl_error(metadata);
   }
   *out_length = needed;
   return false;
@@ -254,6 +254,23 @@ bool Key_usage_encryption::run(const Operation &operation, const unsigned char *
 
 Key_usage_sign::Key_usage_sign(Key_reader reader_of_key, Function_metadata call_metadata)
     : key_reader{std::move(reader_of_key)}, metadata{std::move(call_metadata)} {}
+
+Md_ctx_ptr Key_usage_sign::begin(Init_function *init, const std::string &digest_type) noexcept {
+  const EVP_MD *const digest = get_digest_mode(digest_type);
+  if (digest == nullptr) {
+    return nullptr;
+  }
+  Md_ctx_ptr md_ctx{EVP_MD_CTX_new()};
+  if (!md_ctx) {
+    return nullptr;
+  }
+  EVP_PKEY_CTX *pkey_ctx = nullptr;  // belongs to md_ctx
+  if (init(md_ctx.get(), &pkey_ctx, digest, nullptr, key_reader.key.get()) <= 0) {
+    handle_openssl_error(metadata.function_name, metadata.algorithm);
+    return nullptr;
+  }
+  return set_ctx_properties(md_ctx.get(), pkey_ctx) ? nullptr : std::move(md_ctx);
+}
 
 bool Key_usage_sign::sign(const unsigned char *message, std::uint64_t message_length,
                           unsigned char *signature, std::uint64_t signature_capacity,
@@ -263,34 +280,21 @@ bool Key_usage_sign::sign(const unsigned char *message, std::uint64_t message_le
   if (message_length == 0 || signature_capacity == 0 || !key_reader.key || !key_reader.is_private) {
     return true;
   }
-  const EVP_MD *const digest = get_digest_mode(digest_type);
-  if (digest == nullptr) {
-    return true;
-  }
-
-  const Md_ctx_ptr md_ctx{EVP_MD_CTX_new()};
+  const Md_ctx_ptr md_ctx = begin(EVP_DigestSignInit, digest_type);
   if (!md_ctx) {
-    return true;
-  }
-  EVP_PKEY_CTX *pkey_ctx = nullptr;  // md_ctx owns what comes here
-  if (EVP_DigestSignInit(md_ctx.get(), &pkey_ctx, digest, nullptr, key_reader.key.get()) <= 0) {
-    return openssl_failed(metadata);
-  }
-  if (set_ctx_properties(md_ctx.get(), pkey_ctx)) {
     return true;
   }
 
   size_t needed = 0;
   if (EVP_DigestSignUpdate(md_ctx.get(), message, message_length) <= 0 ||
       EVP_DigestSignFinal(md_ctx.get(), nullptr, &needed) <= 0) {
-    return openssl_failed(metadata);
+    return report_openssl_error(metadata);
   }
   if (signature_capacity < needed) {
-    return buffer_too_short(at_this_line(short_signature_buffer), metadata, signature_capacity,
-                            needed);
+    return report_short_buffer(short_signature_buffer, metadata, signature_capacity, needed);
   }
   if (EVP_DigestSignFinal(md_ctx.get(), signature, &needed) <= 0) {
-    return openssl_failed(metadata);
+    return report_openssl_error(metadata);
   }
   *signature_length = needed;
   return false;
@@ -302,26 +306,13 @@ bool Key_usage_sign::verify(const unsigned char *message, std::uint64_t message_
   if (!key_reader.key || message_length == 0 || key_reader.is_private) {
     return true;
   }
-  const EVP_MD *const digest = get_digest_mode(digest_type);
-  if (digest == nullptr) {
-    return true;
-  }
-
-  const Md_ctx_ptr md_ctx{EVP_MD_CTX_new()};
+  const Md_ctx_ptr md_ctx = begin(EVP_DigestVerifyInit, digest_type);
   if (!md_ctx) {
     return true;
   }
-  EVP_PKEY_CTX *pkey_ctx = nullptr;  // md_ctx owns what comes here
-  if (EVP_DigestVerifyInit(md_ctx.get(), &pkey_ctx, digest, nullptr, key_reader.key.get()) <= 0) {
-    return openssl_failed(metadata);
-  }
-  if (set_ctx_properties(md_ctx.get(), pkey_ctx)) {
-    return true;
-  }
-
   if (EVP_DigestVerifyUpdate(md_ctx.get(), message, message_length) <= 0 ||
       EVP_DigestVerifyFinal(md_ctx.get(), signature, signature_length) != 1) {
-    return openssl_failed(metadata);
+    return report_openssl_error(metadata);
   }
   return false;
 }

@@ -112,8 +112,8 @@ class Key_generate_base {
                                         unsigned long *out_length) noexcept;
 
  private:
-  bool get_key(bool private_part, char *out, unsigned long out_size,
-               unsigned long *out_length) noexcept;
+  [[nodiscard]] bool get_key(bool private_part, char *out, unsigned long out_size,
+                             unsigned long *out_length) noexcept;
 
   Pkey_ptr key;
   Function_metadata metadata;
@@ -155,8 +155,9 @@ class Key_usage_encryption {
 
  private:
   struct Operation;
-  bool run(const Operation &operation, const unsigned char *data, std::uint64_t data_length,
-           unsigned char *out, std::uint64_t out_capacity, unsigned long *out_length) noexcept;
+  [[nodiscard]] bool run(const Operation &operation, const unsigned char *data,
+                         std::uint64_t data_length, unsigned char *out, std::uint64_t out_capacity,
+                         unsigned long *out_length) noexcept;
 };
 
 // Signatures with a private key and their verification with a public key; the message is hashed
@@ -192,6 +193,13 @@ class Key_usage_sign {
  protected:
   Key_reader key_reader;
   Function_metadata metadata;
+
+ private:
+  using Init_function = int(EVP_MD_CTX *md_ctx, EVP_PKEY_CTX **pkey_ctx, const EVP_MD *digest,
+                            ENGINE *engine, EVP_PKEY *key);
+  // A context that `init` has prepared for the key and the digest of this name. Null on failure,
+  // which is reported if it is OpenSSL's.
+  Md_ctx_ptr begin(Init_function *init, const std::string &digest_type) noexcept;
 };
 
 }  // namespace halvex_encryption

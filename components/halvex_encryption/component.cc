@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <iterator>
 
 #include "halvex_encryption/functions.h"
 #include "halvex_encryption/load_order.h"
@@ -17,28 +16,9 @@ namespace halvex_encryption {
 
 namespace {
 
-struct Scalar_function {
-  const char *name;
-  Item_result result_type;
-  Udf_func_any row;
-  Udf_func_init init;
-  Udf_func_deinit deinit;
-};
-
-Scalar_function string_function(const char *name, Udf_func_string row, Udf_func_init init) {
-  return {name, STRING_RESULT, reinterpret_cast<Udf_func_any>(row), init,
-          HX_functions::string_function_deinit};
-}
-
-Scalar_function integer_function(const char *name, Udf_func_longlong row, Udf_func_init init,
-                                 Udf_func_deinit deinit) {
-  return {name, INT_RESULT, reinterpret_cast<Udf_func_any>(row), init, deinit};
-}
-
-// Both are always tried, the second only after the first was accepted.
-bool variables_are_refused() {
-  Dovrin_int_limits key_size_limits{
-      .default_value = 4096, .minimum = 2048, .maximum = 16384, .block_size = 1024};
+// Registers the second variable only if the first was accepted. True on failure.
+[[nodiscard]] bool register_variables() {
+  Dovrin_int_limits key_size_limits = rsa::key_size_limits;
   Dovrin_bool_limits legacy_padding_limits{.default_value = false};
 
   return system_variables_list.add(
@@ -51,22 +31,10 @@ bool variables_are_refused() {
              nullptr, &legacy_padding_limits, &rsa::rsa_support_legacy_padding_value);
 }
 
-// Stops at the first that is refused.
-bool functions_are_refused() {
-  using Functions = HX_functions;
-  const std::array functions{
-      string_function("create_asymmetric_priv_key", Functions::generate_private_key,
-                      Functions::generate_private_key_init),
-      string_function("create_asymmetric_pub_key", Functions::generate_public_key,
-                      Functions::generate_public_key_init),
-      string_function("asymmetric_encrypt", Functions::encrypt, Functions::encrypt_init),
-      string_function("asymmetric_decrypt", Functions::decrypt, Functions::decrypt_init),
-      string_function("asymmetric_sign", Functions::sign, Functions::sign_init),
-      integer_function("asymmetric_verify", Functions::verify, Functions::verify_init,
-                       Functions::verify_deinit),
-      string_function("create_digest", Functions::digest, Functions::digest_init),
-  };
-  return std::any_of(functions.begin(), functions.end(), [](const Scalar_function &function) {
+// Stops at the first function that is not accepted. True on failure.
+[[nodiscard]] bool register_functions() {
+  const std::array functions = function_registrations();
+  return std::any_of(functions.begin(), functions.end(), [](const Function_registration &function) {
     return udf_list.add_scalar(function.name, function.result_type, function.row, function.init,
                                function.deinit);
   });
@@ -80,10 +48,11 @@ int init() {
     return 1;
   }
 
-  // A refused variable does not keep the functions from being registered; they are withdrawn below.
-  const bool variables_refused = variables_are_refused();
-  const bool functions_refused = functions_are_refused();
-  if (variables_refused || functions_refused) {
+  // Intentional: the functions are registered after a failure of the variables too, and
+  // unregistered below.
+  const bool variables_failed = register_variables();
+  const bool functions_failed = register_functions();
+  if (variables_failed || functions_failed) {
     static_cast<void>(deinit());
     return 1;
   }

@@ -6,11 +6,12 @@
 #include <openssl/rsa.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <span>
+#include <string>
 
 #include "halvex_encryption/function_metadata.h"
 #include "halvex_encryption/load_order.h"
@@ -21,44 +22,9 @@ namespace halvex_encryption {
 
 namespace {
 
-using utilities::at_this_line;
 using utilities::handle_openssl_error;
-using utilities::line_of_call;
 using utilities::report;
 using utilities::Report_site;
-
-constexpr const char *create_private_key_name = "create_asymmetric_priv_key";
-constexpr const char *create_public_key_name = "create_asymmetric_pub_key";
-constexpr const char *encrypt_name = "asymmetric_encrypt";
-constexpr const char *decrypt_name = "asymmetric_decrypt";
-constexpr const char *sign_name = "asymmetric_sign";
-constexpr const char *verify_name = "asymmetric_verify";
-constexpr const char *digest_name = "create_digest";
-
-constexpr const char *source_file = "functions";
-constexpr int warning = DOVRIN_PRIORITY_WARNING;
-
-constexpr Report_site null_for_private_key{13919, 192, source_file, "generate_private_key",
-                                           warning};
-constexpr Report_site null_for_public_key{13919, 262, source_file, "generate_public_key", warning};
-constexpr Report_site null_for_encrypt{13919, 334, source_file, "encrypt", warning};
-constexpr Report_site null_for_decrypt{13919, 411, source_file, "decrypt", warning};
-constexpr Report_site null_for_sign{13919, line_of_call, source_file, "sign", warning};
-constexpr Report_site null_for_verify{13919, line_of_call, source_file, "verify", warning};
-constexpr Report_site null_for_digest{13919, line_of_call, source_file, "digest", warning};
-
-constexpr Report_site algorithm_for_private_key{13920, 221, source_file, "generate_private_key"};
-constexpr Report_site algorithm_for_public_key{13920, 285, source_file, "generate_public_key"};
-constexpr Report_site algorithm_for_encrypt{13920, 362, source_file, "encrypt"};
-constexpr Report_site algorithm_for_decrypt{13920, 453, source_file, "decrypt"};
-constexpr Report_site algorithm_for_sign{13920, line_of_call, source_file, "sign"};
-constexpr Report_site algorithm_for_verify{13920, line_of_call, source_file, "verify"};
-
-constexpr Report_site private_key_failed{13922, 213, source_file, "generate_private_key"};
-constexpr Report_site public_key_failed{13923, 277, source_file, "generate_public_key"};
-constexpr Report_site encryption_failed{13925, 354, source_file, "encrypt"};
-constexpr Report_site decryption_failed{13926, 435, source_file, "operator()"};
-constexpr Report_site signing_failed{13927, line_of_call, source_file, "sign"};
 
 constexpr std::size_t result_buffer_size = 12800;
 
@@ -68,70 +34,128 @@ struct Largest_digest {
 };
 [[gnu::init_priority(load_order::digest_buffer_size)]] const Largest_digest largest_digest;
 
-// What an init callback wants of one argument, and what it says otherwise.
+// Expected type of one argument, and how the message for a mismatch names it.
 struct Expected_argument {
   Item_result type;
-  const char *refusal;
+  const char *description;
 };
 
-constexpr Expected_argument algorithm_argument{
-    STRING_RESULT, "Mismatch in type of argument. Expected string argument for algorithm."};
+// The facts of one SQL function.
+struct Sql_function {
+  const char *name;
+  std::array<Expected_argument, 5> arguments;  // those it has, then rows without a description
+  const char *null_requirement;                // argument of the record for a NULL argument
+  Report_site null_argument;
+  Report_site unsupported_algorithm{};  // not of create_digest
+  Report_site failure{};                // not of create_digest and asymmetric_verify
 
-constexpr Expected_argument private_key_arguments[]{
-    algorithm_argument,
-    {INT_RESULT, "Mismatch in type of argument. Expected integer argument of key length."},
-};
-constexpr Expected_argument public_key_arguments[]{
-    algorithm_argument,
-    {STRING_RESULT, "Mismatch in type of argument. Expected string argument for private key."},
-};
-constexpr Expected_argument encrypt_arguments[]{
-    algorithm_argument,
-    {STRING_RESULT,
-     "Mismatch in type of argument. Expected string arguments for content to be encrypted."},
-    {STRING_RESULT, "Mismatch in type of argument. Expected string arguments for public key."},
-};
-constexpr Expected_argument decrypt_arguments[]{
-    algorithm_argument,
-    {STRING_RESULT,
-     "Mismatch in type of argument. Expected string arguments for content to be decrypted."},
-    {STRING_RESULT, "Mismatch in type of argument. Expected string arguments for private key."},
-};
-constexpr Expected_argument sign_arguments[]{
-    algorithm_argument,
-    {STRING_RESULT,
-     "Mismatch in type of argument. Expected string arguments for content to be signed."},
-    {STRING_RESULT, "Mismatch in type of argument. Expected string arguments for private key."},
-    {STRING_RESULT, "Mismatch in type of argument. Expected string arguments for digest type."},
-};
-constexpr Expected_argument verify_arguments[]{
-    algorithm_argument,
-    {STRING_RESULT,
-     "Mismatch in type of argument. Expected string arguments for content to be verified."},
-    {STRING_RESULT, "Mismatch in type of argument. Expected string arguments for signature."},
-    {STRING_RESULT, "Mismatch in type of argument. Expected string arguments for public key."},
-    {STRING_RESULT, "Mismatch in type of argument. Expected string arguments for digest type."},
-};
-// The first argument is a digest type, yet its refusal speaks of the algorithm, as everywhere:
-// meant.
-constexpr Expected_argument digest_arguments[]{
-    algorithm_argument,
-    {STRING_RESULT, "Mismatch in type of argument. Expected string argument for text."},
+  [[nodiscard]] constexpr std::size_t argument_count() const noexcept {
+    std::size_t count = 0;
+    while (count < arguments.size() && arguments[count].description != nullptr) {
+      ++count;
+    }
+    return count;
+  }
 };
 
-// Writes the refusal into `message` and returns true unless the arguments are the expected ones.
-bool arguments_are_refused(const UDF_ARGS *args, std::span<const Expected_argument> expected,
-                           char *message) noexcept {
-  if (args->arg_count != expected.size()) {
-    static_cast<void>(
-        std::snprintf(message, DOVRIN_UDF_MESSAGE_SIZE,
-                      "Mismatch in number of arguments to the function. Expected %d arguments",
-                      static_cast<int>(expected.size())));
+constexpr const char *source_file = "functions";
+
+constexpr Report_site null_argument(int line, const char *function) {
+  return {13919, line, source_file, function, DOVRIN_PRIORITY_WARNING};
+}
+
+constexpr Report_site unsupported_algorithm(int line, const char *function) {
+  return {13920, line, source_file, function};
+}
+
+// Intentional: the mix of "argument" and "arguments" is part of the interface.
+constexpr Expected_argument algorithm_argument{STRING_RESULT, "string argument for algorithm"};
+constexpr Expected_argument private_key_argument{STRING_RESULT, "string arguments for private key"};
+constexpr Expected_argument public_key_argument{STRING_RESULT, "string arguments for public key"};
+constexpr Expected_argument digest_type_argument{STRING_RESULT, "string arguments for digest type"};
+
+constexpr Sql_function private_key_creation{
+    .name = "create_asymmetric_priv_key",
+    .arguments = {{algorithm_argument, {INT_RESULT, "integer argument of key length"}}},
+    .null_requirement = "Non-null value for algorithm and a positive integer value for key size",
+    .null_argument = null_argument(192, "generate_private_key"),
+    .unsupported_algorithm = unsupported_algorithm(221, "generate_private_key"),
+    .failure = {13922, 213, source_file, "generate_private_key"},
+};
+constexpr Sql_function public_key_creation{
+    .name = "create_asymmetric_pub_key",
+    .arguments = {{algorithm_argument, {STRING_RESULT, "string argument for private key"}}},
+    .null_requirement = "Non-null value for algorithm and private key",
+    .null_argument = null_argument(262, "generate_public_key"),
+    .unsupported_algorithm = unsupported_algorithm(285, "generate_public_key"),
+    .failure = {13923, 277, source_file, "generate_public_key"},
+};
+constexpr Sql_function encryption{
+    .name = "asymmetric_encrypt",
+    .arguments = {{algorithm_argument,
+                   {STRING_RESULT, "string arguments for content to be encrypted"},
+                   public_key_argument}},
+    .null_requirement = "Non-null value for algorithm, public key and data",
+    .null_argument = null_argument(334, "encrypt"),
+    .unsupported_algorithm = unsupported_algorithm(362, "encrypt"),
+    .failure = {13925, 354, source_file, "encrypt"},
+};
+constexpr Sql_function decryption{
+    .name = "asymmetric_decrypt",
+    .arguments = {{algorithm_argument,
+                   {STRING_RESULT, "string arguments for content to be decrypted"},
+                   private_key_argument}},
+    .null_requirement = "Non-null value for algorithm, private key and data",
+    .null_argument = null_argument(411, "decrypt"),
+    .unsupported_algorithm = unsupported_algorithm(453, "decrypt"),
+    .failure = {13926, 435, source_file, "operator()"},
+};
+constexpr Sql_function signing{
+    .name = "asymmetric_sign",
+    .arguments = {{algorithm_argument,
+                   {STRING_RESULT, "string arguments for content to be signed"},
+                   private_key_argument,
+                   digest_type_argument}},
+    .null_requirement = "Non-null value for algorithm, private key, digest type and data",
+    .null_argument = null_argument(__LINE__, "sign"),
+    .unsupported_algorithm = unsupported_algorithm(__LINE__, "sign"),
+    .failure = {13927, __LINE__, source_file, "sign"},
+};
+constexpr Sql_function verification{
+    .name = "asymmetric_verify",
+    .arguments = {{algorithm_argument,
+                   {STRING_RESULT, "string arguments for content to be verified"},
+                   {STRING_RESULT, "string arguments for signature"},
+                   public_key_argument,
+                   digest_type_argument}},
+    // Intentional: it names a private key and a digest, which the function does not take.
+    .null_requirement = "Non-null value for algorithm, private key, digest type, digest and data",
+    .null_argument = null_argument(__LINE__, "verify"),
+    .unsupported_algorithm = unsupported_algorithm(__LINE__, "verify"),
+};
+constexpr Sql_function digest_creation{
+    .name = "create_digest",
+    // Intentional: the first is a digest type, but is named like every other first argument.
+    .arguments = {{algorithm_argument, {STRING_RESULT, "string argument for text"}}},
+    .null_requirement = "Non-null value for algorithm and data",
+    .null_argument = null_argument(__LINE__, "digest"),
+};
+
+// Writes a message and returns true unless number and types of the arguments are the expected ones.
+[[nodiscard]] bool check_arguments(const Sql_function &function, const UDF_ARGS *args,
+                                   char *message) noexcept {
+  const std::size_t count = function.argument_count();
+  if (args->arg_count != count) {
+    static_cast<void>(std::snprintf(
+        message, DOVRIN_UDF_MESSAGE_SIZE,
+        "Mismatch in number of arguments to the function. Expected %zu arguments", count));
     return true;
   }
-  for (std::size_t i = 0; i < expected.size(); ++i) {
-    if (args->arg_type[i] != expected[i].type) {
-      static_cast<void>(std::snprintf(message, DOVRIN_UDF_MESSAGE_SIZE, "%s", expected[i].refusal));
+  for (std::size_t i = 0; i < count; ++i) {
+    if (args->arg_type[i] != function.arguments[i].type) {
+      static_cast<void>(std::snprintf(message, DOVRIN_UDF_MESSAGE_SIZE,
+                                      "Mismatch in type of argument. Expected %s.",
+                                      function.arguments[i].description));
       return true;
     }
   }
@@ -139,10 +163,11 @@ bool arguments_are_refused(const UDF_ARGS *args, std::span<const Expected_argume
 }
 
 // The init callback of every string function.
-bool string_function_init(UDF_INIT *initid, const UDF_ARGS *args, char *message,
-                          std::span<const Expected_argument> expected, std::size_t buffer_size) {
-  initid->ptr = nullptr;  // before any check: deinit follows a refusal too
-  if (arguments_are_refused(args, expected, message)) {
+[[nodiscard]] bool prepare_string_function(const Sql_function &function, UDF_INIT *initid,
+                                           const UDF_ARGS *args, char *message,
+                                           std::size_t buffer_size = result_buffer_size) {
+  initid->ptr = nullptr;  // before any check: deinit follows a failed init too
+  if (check_arguments(function, args, message)) {
     return true;
   }
   initid->ptr = new char[buffer_size]();
@@ -151,25 +176,14 @@ bool string_function_init(UDF_INIT *initid, const UDF_ARGS *args, char *message,
   return false;
 }
 
-// True, and reported, if one of the arguments is NULL.
-bool lacks_argument(const UDF_ARGS *args, std::span<const Expected_argument> expected,
-                    const Report_site &site, const char *function_name,
-                    const char *requirement) noexcept {
-  if (std::none_of(args->args, args->args + expected.size(),
-                   [](const char *argument) { return argument == nullptr; })) {
+// Reports the call and returns true if one of its arguments is NULL.
+[[nodiscard]] bool reject_null_argument(const Sql_function &function,
+                                        const UDF_ARGS *args) noexcept {
+  const auto is_null = [](const char *argument) { return argument == nullptr; };
+  if (std::none_of(args->args, args->args + function.argument_count(), is_null)) {
     return false;
   }
-  report(site, function_name, requirement);
-  return true;
-}
-
-// Upper-cases `algorithm`; true, and reported, if it is none that is supported.
-bool is_unsupported(std::string &algorithm, const Report_site &site,
-                    const char *function_name) noexcept {
-  if (HX_functions::get_algorithm(algorithm) == Algorithm_type::RSA_ALGORITHM) {
-    return false;
-  }
-  report(site, algorithm.c_str(), function_name);
+  report(function.null_argument, function.name, function.null_requirement);
   return true;
 }
 
@@ -177,15 +191,37 @@ std::string text_argument(const UDF_ARGS *args, std::size_t index) {
   return {args->args[index], args->lengths[index]};
 }
 
-const unsigned char *bytes(const char *text) noexcept {
-  return reinterpret_cast<const unsigned char *>(text);
+// Starts a row: stores the upper-cased algorithm. Reports the call and returns true if an argument
+// is NULL or the algorithm is not supported.
+[[nodiscard]] bool read_algorithm(const Sql_function &function, const UDF_ARGS *args,
+                                  std::string &algorithm) {
+  if (reject_null_argument(function, args)) {
+    return true;
+  }
+  algorithm = text_argument(args, 0);
+  if (HX_functions::get_algorithm(algorithm) == Algorithm_type::RSA_ALGORITHM) {
+    return false;
+  }
+  report(function.unsupported_algorithm, algorithm.c_str(), function.name);
+  return true;
+}
+
+std::string upper_case_argument(const UDF_ARGS *args, std::size_t index) {
+  std::string text = text_argument(args, index);
+  upper_case(text);
+  return text;
+}
+
+Key_reader read_key(const Sql_function &function, const std::string &algorithm,
+                    const UDF_ARGS *args, std::size_t index) {
+  return {function.name, algorithm, args->args[index], args->lengths[index], rsa::pkcs1_key_reader};
 }
 
 unsigned char *bytes(char *text) noexcept { return reinterpret_cast<unsigned char *>(text); }
 
-// How a row call ends. Made before everything else in the call, so that it acts after all else is
-// released, on return and on exception alike: unless `succeed` was called, the result is NULL and
-// the OpenSSL queue is cleared.
+// Scope guard of a row call; declare it first, so that it acts after everything else is released,
+// on return and on exception alike. Unless succeed() ran, sets `*is_null` and clears the OpenSSL
+// queue.
 class Row_exit {
  public:
   enum class Queue_on_success { cleared, left_alone };
@@ -218,6 +254,38 @@ class Row_exit {
   bool succeeded_ = false;
 };
 
+// One attempt of a decryption: reads the key, decrypts into the result buffer, frees the key. A
+// failure is reported, unless it was before.
+[[nodiscard]] bool decrypt_with(int padding, const std::string &algorithm, const UDF_ARGS *args,
+                                const UDF_INIT *initid, unsigned long *length) {
+  const unsigned long data_length = args->lengths[1];
+  rsa::RSA_encrypt_decrypt attempt{decryption.name, algorithm, args->args[2], args->lengths[2],
+                                   padding};
+  if (attempt.supported_length(data_length)) {
+    return true;
+  }
+  std::memset(initid->ptr, 0, initid->max_length);
+  if (attempt.decrypt(bytes(args->args[1]), data_length, bytes(initid->ptr), initid->max_length,
+                      length)) {
+    report(decryption.failure, decryption.name, algorithm.c_str(),
+           static_cast<unsigned long long>(data_length));
+    return true;
+  }
+  return false;
+}
+
+[[nodiscard]] bool verify_with(Key_usage_sign &&verifier, const UDF_ARGS *args,
+                               const std::string &digest_type) noexcept {
+  return verifier.verify(bytes(args->args[1]), args->lengths[1], bytes(args->args[2]),
+                         args->lengths[2], digest_type);
+}
+
+Function_registration string_function(const Sql_function &function, Udf_func_string row,
+                                      Udf_func_init init) {
+  return {function.name, STRING_RESULT, reinterpret_cast<Udf_func_any>(row), init,
+          HX_functions::string_function_deinit};
+}
+
 }  // namespace
 
 Algorithm_type HX_functions::get_algorithm(std::string &name) noexcept {
@@ -234,25 +302,20 @@ void HX_functions::string_function_deinit(UDF_INIT *initid) noexcept {
 }
 
 bool HX_functions::generate_private_key_init(UDF_INIT *initid, UDF_ARGS *args, char *message) {
-  return string_function_init(initid, args, message, private_key_arguments, result_buffer_size);
+  return prepare_string_function(private_key_creation, initid, args, message);
 }
 
 char *HX_functions::generate_private_key(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/,
                                          unsigned long *length, unsigned char *is_null,
                                          unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  if (lacks_argument(args, private_key_arguments, null_for_private_key, create_private_key_name,
-                     "Non-null value for algorithm and a positive integer value for key size")) {
+  std::string algorithm;
+  if (read_algorithm(private_key_creation, args, algorithm)) {
     return nullptr;
   }
 
   const long long key_length = *reinterpret_cast<const long long *>(args->args[1]);
-  std::string algorithm = text_argument(args, 0);
-  if (is_unsupported(algorithm, algorithm_for_private_key, create_private_key_name)) {
-    return nullptr;
-  }
-
-  const Function_metadata metadata{create_private_key_name, algorithm};
+  const Function_metadata metadata{private_key_creation.name, algorithm};
   rsa::RSA_generate_validator validator{metadata, true, static_cast<std::uint64_t>(key_length)};
   if (!validator.validate()) {
     return nullptr;
@@ -260,67 +323,56 @@ char *HX_functions::generate_private_key(UDF_INIT *initid, UDF_ARGS *args, char 
 
   rsa::RSA_key_generate generator{metadata, static_cast<int>(key_length)};
   if (generator.private_key(initid->ptr, initid->max_length, length)) {
-    report(private_key_failed, key_length, algorithm.c_str(), create_private_key_name);
+    report(private_key_creation.failure, key_length, algorithm.c_str(), private_key_creation.name);
     return nullptr;
   }
   return row_exit.succeed(initid->ptr);
 }
 
 bool HX_functions::generate_public_key_init(UDF_INIT *initid, UDF_ARGS *args, char *message) {
-  return string_function_init(initid, args, message, public_key_arguments, result_buffer_size);
+  return prepare_string_function(public_key_creation, initid, args, message);
 }
 
 char *HX_functions::generate_public_key(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/,
                                         unsigned long *length, unsigned char *is_null,
                                         unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  if (lacks_argument(args, public_key_arguments, null_for_public_key, create_public_key_name,
-                     "Non-null value for algorithm and private key")) {
+  std::string algorithm;
+  if (read_algorithm(public_key_creation, args, algorithm)) {
     return nullptr;
   }
 
-  std::string algorithm = text_argument(args, 0);
-  if (is_unsupported(algorithm, algorithm_for_public_key, create_public_key_name)) {
-    return nullptr;
-  }
-
-  rsa::RSA_key_generate key{Function_metadata{create_public_key_name, algorithm}, args->args[1],
+  rsa::RSA_key_generate key{Function_metadata{public_key_creation.name, algorithm}, args->args[1],
                             args->lengths[1]};
   if (key.public_key(initid->ptr, initid->max_length, length)) {
-    report(public_key_failed, algorithm.c_str(), create_public_key_name);
+    report(public_key_creation.failure, algorithm.c_str(), public_key_creation.name);
     return nullptr;
   }
   return row_exit.succeed(initid->ptr);
 }
 
 bool HX_functions::encrypt_init(UDF_INIT *initid, UDF_ARGS *args, char *message) {
-  return string_function_init(initid, args, message, encrypt_arguments, result_buffer_size);
+  return prepare_string_function(encryption, initid, args, message);
 }
 
 char *HX_functions::encrypt(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/,
                             unsigned long *length, unsigned char *is_null,
                             unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  if (lacks_argument(args, encrypt_arguments, null_for_encrypt, encrypt_name,
-                     "Non-null value for algorithm, public key and data")) {
+  std::string algorithm;
+  if (read_algorithm(encryption, args, algorithm)) {
     return nullptr;
   }
 
-  std::string algorithm = text_argument(args, 0);
-  if (is_unsupported(algorithm, algorithm_for_encrypt, encrypt_name)) {
-    return nullptr;
-  }
-
-  const char *const data = args->args[1];
   const unsigned long data_length = args->lengths[1];
-  rsa::RSA_encrypt_decrypt encryption{encrypt_name, algorithm, args->args[2], args->lengths[2],
-                                      RSA_PKCS1_OAEP_PADDING};
-  if (encryption.supported_length(data_length)) {
+  rsa::RSA_encrypt_decrypt encryptor{encryption.name, algorithm, args->args[2], args->lengths[2],
+                                     RSA_PKCS1_OAEP_PADDING};
+  if (encryptor.supported_length(data_length)) {
     return nullptr;
   }
-  if (encryption.encrypt(bytes(data), data_length, bytes(initid->ptr), initid->max_length,
-                         length)) {
-    report(encryption_failed, encrypt_name, algorithm.c_str(),
+  if (encryptor.encrypt(bytes(args->args[1]), data_length, bytes(initid->ptr), initid->max_length,
+                        length)) {
+    report(encryption.failure, encryption.name, algorithm.c_str(),
            static_cast<unsigned long long>(data_length));
     return nullptr;
   }
@@ -328,73 +380,44 @@ char *HX_functions::encrypt(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/,
 }
 
 bool HX_functions::decrypt_init(UDF_INIT *initid, UDF_ARGS *args, char *message) {
-  return string_function_init(initid, args, message, decrypt_arguments, result_buffer_size);
+  return prepare_string_function(decryption, initid, args, message);
 }
 
 char *HX_functions::decrypt(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/,
                             unsigned long *length, unsigned char *is_null,
                             unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  if (lacks_argument(args, decrypt_arguments, null_for_decrypt, decrypt_name,
-                     "Non-null value for algorithm, private key and data")) {
-    return nullptr;
-  }
-
-  std::string algorithm = text_argument(args, 0);
-  if (is_unsupported(algorithm, algorithm_for_decrypt, decrypt_name)) {
+  std::string algorithm;
+  if (read_algorithm(decryption, args, algorithm)) {
     return nullptr;
   }
 
   const bool legacy = rsa::legacy_padding_is_supported();
-  const auto attempt_fails = [&](int padding) {
-    const char *const data = args->args[1];
-    const unsigned long data_length = args->lengths[1];
-    rsa::RSA_encrypt_decrypt decryption{decrypt_name, algorithm, args->args[2], args->lengths[2],
-                                        padding};
-    if (decryption.supported_length(data_length)) {
-      return true;
-    }
-    std::memset(initid->ptr, 0, initid->max_length);
-    if (decryption.decrypt(bytes(data), data_length, bytes(initid->ptr), initid->max_length,
-                           length)) {
-      report(decryption_failed, decrypt_name, algorithm.c_str(),
-             static_cast<unsigned long long>(data_length));
-      return true;
-    }
-    return false;
-  };
-
-  if (attempt_fails(RSA_PKCS1_OAEP_PADDING) && (!legacy || attempt_fails(RSA_PKCS1_PADDING))) {
+  if (decrypt_with(RSA_PKCS1_OAEP_PADDING, algorithm, args, initid, length) &&
+      (!legacy || decrypt_with(RSA_PKCS1_PADDING, algorithm, args, initid, length))) {
     return nullptr;
   }
   return row_exit.succeed(initid->ptr);
 }
 
 bool HX_functions::sign_init(UDF_INIT *initid, UDF_ARGS *args, char *message) {
-  return string_function_init(initid, args, message, sign_arguments, result_buffer_size);
+  return prepare_string_function(signing, initid, args, message);
 }
 
 char *HX_functions::sign(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/, unsigned long *length,
                          unsigned char *is_null, unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  if (lacks_argument(args, sign_arguments, at_this_line(null_for_sign), sign_name,
-                     "Non-null value for algorithm, private key, digest type and data")) {
+  std::string algorithm;
+  if (read_algorithm(signing, args, algorithm)) {
     return nullptr;
   }
 
-  std::string algorithm = text_argument(args, 0);
-  if (is_unsupported(algorithm, at_this_line(algorithm_for_sign), sign_name)) {
-    return nullptr;
-  }
-
-  rsa::RSA_sign_verify signer{
-      Key_reader{sign_name, algorithm, args->args[2], args->lengths[2], rsa::pkcs1_key_reader},
-      Function_metadata{sign_name, algorithm}, RSA_PKCS1_PSS_PADDING};
-  std::string digest_type = text_argument(args, 3);
-  upper_case(digest_type);
+  rsa::RSA_sign_verify signer{read_key(signing, algorithm, args, 2),
+                              Function_metadata{signing.name, algorithm}, RSA_PKCS1_PSS_PADDING};
+  const std::string digest_type = upper_case_argument(args, 3);
   if (signer.sign(bytes(args->args[1]), args->lengths[1], bytes(initid->ptr), initid->max_length,
                   length, digest_type)) {
-    report(at_this_line(signing_failed), sign_name, algorithm.c_str(), digest_type.c_str());
+    report(signing.failure, signing.name, algorithm.c_str(), digest_type.c_str());
     return nullptr;
   }
   if (*length < initid->max_length) {
@@ -405,72 +428,53 @@ char *HX_functions::sign(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/, un
 
 bool HX_functions::verify_init(UDF_INIT *initid, UDF_ARGS *args, char *message) {
   initid->ptr = nullptr;
-  if (arguments_are_refused(args, verify_arguments, message)) {
+  if (check_arguments(verification, args, message)) {
     return true;
   }
-  initid->maybe_null = false;  // although a row may be NULL: meant
+  initid->maybe_null = false;  // Intentional, although a row may be NULL: part of the interface.
   return false;
 }
 
 long long HX_functions::verify(UDF_INIT * /*initid*/, UDF_ARGS *args, unsigned char *is_null,
                                unsigned char * /*error*/) {
   Row_exit row_exit{is_null};
-  // The text names a private key and a digest that the function does not take: meant.
-  if (lacks_argument(args, verify_arguments, at_this_line(null_for_verify), verify_name,
-                     "Non-null value for algorithm, private key, digest type, digest and data")) {
-    return 0;
-  }
-
-  std::string algorithm = text_argument(args, 0);
-  if (is_unsupported(algorithm, at_this_line(algorithm_for_verify), verify_name)) {
+  std::string algorithm;
+  if (read_algorithm(verification, args, algorithm)) {
     return 0;
   }
 
   const bool legacy = rsa::legacy_padding_is_supported();
-  std::string digest_type = text_argument(args, 4);
-  upper_case(digest_type);
-  const auto read_key = [&] {
-    return Key_reader{verify_name, algorithm, args->args[3], args->lengths[3],
-                      rsa::pkcs1_key_reader};
-  };
-  const auto refuses = [&](Key_usage_sign &verifier) {
-    return verifier.verify(bytes(args->args[1]), args->lengths[1], bytes(args->args[2]),
-                           args->lengths[2], digest_type);
-  };
-
-  const Function_metadata metadata{verify_name, algorithm};
-  const auto pss_refuses = [&] {
-    rsa::RSA_sign_verify verifier{read_key(), metadata, RSA_PKCS1_PSS_PADDING};
-    return refuses(verifier);
-  };
-  const auto legacy_refuses = [&] {
-    rsa::RSA_legacy_verifier verifier{read_key(), metadata};
-    return refuses(verifier);
-  };
-  if (pss_refuses() && (!legacy || legacy_refuses())) {
-    return 0;
+  const std::string digest_type = upper_case_argument(args, 4);
+  const Function_metadata metadata{verification.name, algorithm};
+  // The objects of an attempt end with its statement.
+  bool failed = verify_with(rsa::RSA_sign_verify{read_key(verification, algorithm, args, 3),
+                                                 metadata, RSA_PKCS1_PSS_PADDING},
+                            args, digest_type);
+  if (failed && legacy) {
+    failed =
+        verify_with(rsa::RSA_legacy_verifier{read_key(verification, algorithm, args, 3), metadata},
+                    args, digest_type);
   }
-  return row_exit.succeed(1LL);
+  return failed ? 0 : row_exit.succeed(1LL);
 }
 
 void HX_functions::verify_deinit(UDF_INIT * /*initid*/) noexcept {}
 
 bool HX_functions::digest_init(UDF_INIT *initid, UDF_ARGS *args, char *message) {
-  return string_function_init(initid, args, message, digest_arguments, largest_digest.size);
+  return prepare_string_function(digest_creation, initid, args, message, largest_digest.size);
 }
 
 char *HX_functions::digest(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/,
                            unsigned long *length, unsigned char *is_null,
                            unsigned char * /*error*/) {
-  // Meant to differ from the others: success leaves the OpenSSL queue as it was.
+  // Intentional, unlike the others: success leaves the OpenSSL queue as it was.
   Row_exit row_exit{is_null, Row_exit::Queue_on_success::left_alone};
-  if (lacks_argument(args, digest_arguments, at_this_line(null_for_digest), digest_name,
-                     "Non-null value for algorithm and data")) {
+  if (reject_null_argument(digest_creation, args)) {
     return nullptr;
   }
 
-  // The name ends at its first NUL byte, whatever its length says: meant.
-  const Function_metadata metadata{digest_name, args->args[0]};
+  // Intentional: the name ends at its first NUL byte, whatever its length.
+  const Function_metadata metadata{digest_creation.name, args->args[0]};
   const EVP_MD *const digest = get_digest_mode(metadata.algorithm);
   if (digest == nullptr) {
     return nullptr;
@@ -491,6 +495,22 @@ char *HX_functions::digest(UDF_INIT *initid, UDF_ARGS *args, char * /*result*/,
   }
   *length = written_length;
   return row_exit.succeed(initid->ptr);
+}
+
+std::array<Function_registration, 7> function_registrations() noexcept {
+  using Functions = HX_functions;
+  return {
+      string_function(private_key_creation, Functions::generate_private_key,
+                      Functions::generate_private_key_init),
+      string_function(public_key_creation, Functions::generate_public_key,
+                      Functions::generate_public_key_init),
+      string_function(encryption, Functions::encrypt, Functions::encrypt_init),
+      string_function(decryption, Functions::decrypt, Functions::decrypt_init),
+      string_function(signing, Functions::sign, Functions::sign_init),
+      {verification.name, INT_RESULT, reinterpret_cast<Udf_func_any>(Functions::verify),
+       Functions::verify_init, Functions::verify_deinit},
+      string_function(digest_creation, Functions::digest, Functions::digest_init),
+  };
 }
 
 }  // namespace halvex_encryption

@@ -1,10 +1,10 @@
 // The seven SQL functions: what the server calls for them.
 //
 // What holds for all of them:
-// - init refuses a wrong number or type of arguments with a message that the user sees, and makes
+// - init rejects a wrong number or type of arguments with a message that the user sees, and makes
 //   the result buffer, an array of chars in `initid->ptr`; it never changes the argument types.
-//   deinit wipes and frees it, also after a refusal. The server may put an array of its own there,
-//   made with new char[], or free the buffer itself and leave null.
+//   deinit wipes and frees it, also after a failed init. The server may put an array of its own
+//   there, made with new char[], or free the buffer itself and leave null.
 // - `initid->max_length` is trusted to be at most the size of the array at `initid->ptr`: row
 //   callbacks write up to that many bytes, and deinit wipes them.
 // - A row callback never raises an SQL error. Whatever fails gives SQL NULL and a record in the
@@ -20,6 +20,7 @@
 #ifndef HALVEX_ENCRYPTION_FUNCTIONS_H
 #define HALVEX_ENCRYPTION_FUNCTIONS_H
 
+#include <array>
 #include <string>
 
 #include "dovrin/udf.h"
@@ -85,9 +86,21 @@ class HX_functions {
   // lowering `max_length` after a row are not wiped.
   static void string_function_deinit(UDF_INIT *initid) noexcept;
 
-  // Upper-cases `name` in place and says which algorithm it names.
+  // Upper-cases `name` in place and returns which algorithm it names.
   static Algorithm_type get_algorithm(std::string &name) noexcept;
 };
+
+// What the server is given to register one SQL function.
+struct Function_registration {
+  const char *name;
+  Item_result result_type;
+  Udf_func_any row;
+  Udf_func_init init;
+  Udf_func_deinit deinit;
+};
+
+// The seven functions in the order of registration.
+std::array<Function_registration, 7> function_registrations() noexcept;
 
 }  // namespace halvex_encryption
 

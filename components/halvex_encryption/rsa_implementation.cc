@@ -20,11 +20,6 @@ constexpr const char *source_file = "rsa_implementation";
 constexpr Report_site key_length_refused{13921, 69, source_file, "validate"};
 constexpr Report_site data_too_long{13924, 202, source_file, "supported_length"};
 
-constexpr std::int32_t default_key_bits = 4096;
-constexpr std::int32_t minimum_key_bits = 2048;
-constexpr std::int32_t largest_maximum_key_bits = 16384;
-constexpr std::int32_t key_bits_block = 1024;
-
 // OAEP with a 20-byte digest takes 2 * 20 + 2 bytes.
 constexpr std::int32_t oaep_overhead = 42;
 
@@ -44,8 +39,8 @@ Legacy_digest_table make_legacy_digests() noexcept {
 
 }  // namespace
 
-constinit std::int32_t maximum_rsa_key_size_value = default_key_bits;
-constinit std::atomic<std::int32_t> maximum_rsa_key_size_current = default_key_bits;
+constinit std::int32_t maximum_rsa_key_size_value = key_size_limits.default_value;
+constinit std::atomic<std::int32_t> maximum_rsa_key_size_current = key_size_limits.default_value;
 constinit bool rsa_support_legacy_padding_value = false;
 
 [[gnu::init_priority(load_order::legacy_digests)]] const Legacy_digest_table legacy_digests =
@@ -72,8 +67,8 @@ int RSA_system_variables_data::check(THD * /*thread*/, SYS_VAR * /*variable*/, v
   // Only the low 32 bits count, on purpose: 2^32 + 4096 is accepted and installs 4096. A value that
   // cannot be read has left 0, which the subtraction makes huge.
   const auto bits = static_cast<std::uint32_t>(*cell);
-  if (bits - minimum_key_bits > largest_maximum_key_bits - minimum_key_bits ||
-      bits % key_bits_block != 0) {
+  constexpr Dovrin_int_limits limits = key_size_limits;
+  if (bits - limits.minimum > limits.maximum - limits.minimum || bits % limits.block_size != 0) {
     delete cell;
     return 1;
   }
@@ -98,7 +93,7 @@ RSA_generate_validator::RSA_generate_validator(Function_metadata call_metadata, 
 
 bool RSA_generate_validator::validate() noexcept {
   const std::int64_t maximum = maximum_rsa_key_size_current.load();
-  if (key_size >= minimum_key_bits && key_size <= static_cast<std::uint64_t>(maximum)) {
+  if (key_size >= key_size_limits.minimum && key_size <= static_cast<std::uint64_t>(maximum)) {
     return true;
   }
   if (log_failure) {
@@ -106,7 +101,7 @@ bool RSA_generate_validator::validate() noexcept {
         std::atomic_ref{maximum_rsa_key_size_value}.load(std::memory_order_relaxed);
     report(key_length_refused, static_cast<unsigned long long>(key_size),
            metadata.function_name.c_str(), metadata.algorithm.c_str(),
-           static_cast<long long>(minimum_key_bits), shown_maximum);
+           static_cast<long long>(key_size_limits.minimum), shown_maximum);
   }
   return false;
 }

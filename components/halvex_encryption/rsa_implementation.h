@@ -14,8 +14,13 @@
 
 namespace halvex_encryption::rsa {
 
+// The limits of the system variable maximum_rsa_key_size, in bits. The minimum is also that of
+// every key that is created.
+inline constexpr Dovrin_int_limits key_size_limits{
+    .default_value = 4096, .minimum = 2048, .maximum = 16384, .block_size = 1024};
+
 // The storage of the system variable maximum_rsa_key_size, in bits: what the server shows and what
-// messages name. Written by update while other threads read, hence accessed as a relaxed atomic.
+// records contain. Written by update while other threads read, hence accessed as a relaxed atomic.
 extern std::int32_t maximum_rsa_key_size_value;
 
 // The copy that decides. Equal to the storage except during an update.

@@ -162,7 +162,7 @@ void handle_openssl_error(const std::string &function_name, const std::string &a
          static_cast<const char *>(text.data()));
 }
 
-UDF_list::~UDF_list() { unregister(); }
+UDF_list::~UDF_list() { static_cast<void>(unregister()); }
 
 bool UDF_list::add_scalar(const char *name, Item_result result_type, Udf_func_any row,
                           Udf_func_init init, Udf_func_deinit deinit) {
@@ -194,7 +194,7 @@ bool UDF_list::unregister() noexcept {
   return !names_.empty();
 }
 
-System_variables_list::~System_variables_list() { unregister(); }
+System_variables_list::~System_variables_list() { static_cast<void>(unregister()); }
 
 bool System_variables_list::add(const char *name, int type_flag, const char *comment,
                                 Sys_var_check check, Sys_var_update update, void *limits,

@@ -32,24 +32,15 @@ extern Service_slots service_slots;
 // before. Called once, by init(), before any other thread runs this component's code.
 void take_log_handles() noexcept;
 
-// Where a record says it comes from, and which code and priority it has. These are data that
-// readers of the error log rely on: lines do not move when the source does.
+// The code, source and priority of a record. A line is fixed where readers of the error log rely on
+// it, whatever becomes of the source; elsewhere it is the line of the site in the source.
 struct Report_site {
   int code;
-  int line;  // fixed, or `line_of_call`
+  int line;
   const char *source_file;
   const char *function;
   int priority = DOVRIN_PRIORITY_ERROR;
 };
-
-// Marks a site without a fixed line; it passes through `at_this_line` before it is reported.
-constexpr int line_of_call = 0;
-
-// The site with the line of the call that names it.
-constexpr Report_site at_this_line(Report_site site, int line = __builtin_LINE()) noexcept {
-  site.line = line;
-  return site;
-}
 
 // One error-log record under construction. A local object of the reporting statement: made, given
 // its items, then its message, and submitted by its destructor. When the server has no line or no
@@ -128,7 +119,7 @@ class UDF_list {
 
   // Withdraws every function. One that the server knows and refuses to withdraw is reported and
   // stays for the next attempt; true if any does. Allocates nothing.
-  bool unregister() noexcept;
+  [[nodiscard]] bool unregister() noexcept;
 
  private:
   std::unordered_set<std::string> names_;
@@ -151,7 +142,7 @@ class System_variables_list {
 
   // Withdraws every variable. Unlike for functions, every refusal counts: it is reported and the
   // name stays for the next attempt; true if any does. Allocates nothing.
-  bool unregister() noexcept;
+  [[nodiscard]] bool unregister() noexcept;
 
  private:
   const char *component_;

@@ -25,24 +25,4 @@ std::string project_file(const std::string &path) {
   return bytes.str();
 }
 
-long long line_of_source(const std::string &path, const std::string &text) {
-  std::istringstream lines(project_file(path));
-  long long found = 0;
-  long long number = 0;
-  int hits = 0;
-  for (std::string line; std::getline(lines, line);) {
-    ++number;
-    if (line.find(text) != std::string::npos) {
-      found = number;
-      ++hits;
-    }
-  }
-  if (hits != 1) {
-    static_cast<void>(std::fprintf(stderr, "%s has %d lines with %s, not one\n", path.c_str(), hits,
-                                   text.c_str()));
-    std::abort();
-  }
-  return found;
-}
-
 }  // namespace halvex_test

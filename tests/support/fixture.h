@@ -15,10 +15,6 @@ std::string fixture_path(const std::string &name);
 // The bytes of any file of this project, by its path from the top folder. Aborts like fixture().
 std::string project_file(const std::string &path);
 
-// The number of the only line of a project file that holds this text. Aborts if there is none or
-// more than one.
-long long line_of_source(const std::string &path, const std::string &text);
-
 }  // namespace halvex_test
 
 #endif  // HALVEX_TESTS_SUPPORT_FIXTURE_H

@@ -1,6 +1,7 @@
 #include "support/record.h"
 
 #include <ostream>
+#include <tuple>
 
 namespace halvex_test {
 namespace {
@@ -19,7 +20,18 @@ Record component_record(long long priority, long long code, long long line, cons
           message_of(arguments)};
 }
 
+bool lines_agree(long long one, long long other) {
+  return one == other || (one == any_line && other > 0) || (other == any_line && one > 0);
+}
+
 }  // namespace
+
+bool Record::operator==(const Record &other) const {
+  return lines_agree(line, other.line) &&
+         std::tie(priority, code, component, file, function, message) ==
+             std::tie(other.priority, other.code, other.component, other.file, other.function,
+                      other.message);
+}
 
 std::ostream &operator<<(std::ostream &out, const Record &record) {
   return out << "{priority " << record.priority << ", code " << record.code << ", "

@@ -1,8 +1,12 @@
 // The component's registration against its own callbacks and storage, and the callbacks of the key
 // size variable.
 
-#include <atomic>
-#include <thread>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdint>
 
 #include "classes/class_test.h"
 #include "halvex_encryption/functions.h"
@@ -92,24 +96,44 @@ TEST_F(ComponentState, UpdateNeedsNoStorageAddress) {
   EXPECT_EQ(rsa::maximum_rsa_key_size_current.load(), 8192);
 }
 
-// Values only grow here, so a reader of the copy and then the storage never finds the copy ahead.
-TEST_F(ComponentState, UpdateInstallsTheStorageBeforeThePublishedCopy) {
-  constexpr int last = 200000;
-  std::thread writer([] {
-    for (int bits = 4097; bits <= last; ++bits) {
-      auto *cell = new long long{bits};
-      rsa::RSA_system_variables_data::update(nullptr, nullptr, nullptr, &cell);
-    }
-  });
-  int times_ahead = 0;
-  int current = 0;
-  while (current < last) {
-    current = rsa::maximum_rsa_key_size_current.load();
-    const int stored = std::atomic_ref{rsa::maximum_rsa_key_size_value}.load();
-    times_ahead += current > stored ? 1 : 0;
+// Makes the memory of both copies read-only; the first write to it is noted and ends that.
+class First_write {
+ public:
+  First_write() {
+    const auto page_size = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto [low, high] =
+        std::minmax(reinterpret_cast<std::uintptr_t>(&rsa::maximum_rsa_key_size_value),
+                    reinterpret_cast<std::uintptr_t>(&rsa::maximum_rsa_key_size_current));
+    pages = reinterpret_cast<void *>(low / page_size * page_size);
+    size = (high / page_size + 1) * page_size - low / page_size * page_size;
+    struct sigaction on_fault {};
+    on_fault.sa_flags = SA_SIGINFO;
+    on_fault.sa_sigaction = [](int /*signal*/, siginfo_t *info, void * /*context*/) {
+      mprotect(pages, size, PROT_READ | PROT_WRITE);
+      address = info->si_addr;  // may lie on those pages itself
+    };
+    sigaction(SIGSEGV, &on_fault, &previous_);
+    mprotect(pages, size, PROT_READ);
   }
-  writer.join();
-  EXPECT_EQ(times_ahead, 0);
+  ~First_write() { sigaction(SIGSEGV, &previous_, nullptr); }
+  First_write(const First_write &) = delete;
+  First_write &operator=(const First_write &) = delete;
+
+  inline static const void *volatile address = nullptr;
+
+ private:
+  inline static void *pages = nullptr;
+  inline static std::size_t size = 0;
+  struct sigaction previous_ {};
+};
+
+TEST_F(ComponentState, UpdateInstallsTheStorageBeforeThePublishedCopy) {
+  auto *cell = new long long{8192};
+  {
+    const First_write first_write;
+    rsa::RSA_system_variables_data::update(nullptr, nullptr, nullptr, &cell);
+  }
+  EXPECT_EQ(First_write::address, &rsa::maximum_rsa_key_size_value);
 }
 
 // A key may be made up to the published copy; the message shows the storage.

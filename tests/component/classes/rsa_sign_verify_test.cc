@@ -108,11 +108,8 @@ TEST_F(RsaSignVerify, BufferOfTheModulusIsEnoughAndOneByteLessIsReported) {
   EXPECT_EQ(signature.length, 0U);
   EXPECT_EQ(signature.bytes, std::string(255, '#'));
   EXPECT_THAT(server.records(),
-              ElementsAre(error_record(
-                  13929,
-                  line_of_source("components/halvex_encryption/algorithm_implementation.cc",
-                                 "at_this_line(short_signature_buffer)"),
-                  "algorithm_implementation", "sign", {"a_function", "RSA", "255", "256"})));
+              ElementsAre(error_record(13929, any_line, "algorithm_implementation", "sign",
+                                       {"a_function", "RSA", "255", "256"})));
 }
 
 TEST_F(RsaSignVerify, ContextPropertiesNeedAKeyContextAndIgnoreWhatCannotBeSet) {
