@@ -25,51 +25,19 @@ std::optional<Header> read_at(std::ifstream &file, std::uint64_t offset) {
   return file ? std::optional{header} : std::nullopt;
 }
 
+bool is_elf(const Elf64_Ehdr &header) { return std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0; }
+
 bool is_64_bit_elf(const Elf64_Ehdr &header) {
-  return std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0 &&
-         header.e_ident[EI_CLASS] == ELFCLASS64;
+  return is_elf(header) && header.e_ident[EI_CLASS] == ELFCLASS64;
 }
 
 bool lies_within(std::uint64_t offset, std::uint64_t length, std::uint64_t size) {
   return offset <= size && length <= size - offset;
 }
 
-constexpr const char *entry_symbol = "list_components";
-
-std::string last_loader_error() {
-  const char *const text = dlerror();
-  return text != nullptr ? text : "no reason given";
-}
-
-bool is_complete(const Dovrin_component *descriptor) {
-  return descriptor != nullptr && descriptor->name != nullptr && descriptor->init != nullptr &&
-         descriptor->deinit != nullptr;
-}
-
-Status failure_of(const std::string &name, const char *what) {
-  return Status::failure("The component '" + name + "' " + what);
-}
-
-}  // namespace
-
-std::string find_component_file() {
-  // Resolved at the first call: a path that was relative when the adapter was loaded depends on the
-  // current folder.
-  static const std::filesystem::path folder = [] {
-    Dl_info adapter{};
-    static_cast<void>(dladdr(&registry_table, &adapter));
-    const std::filesystem::path file = adapter.dli_fname != nullptr ? adapter.dli_fname : "";
-    std::error_code error;
-    const std::filesystem::path resolved = std::filesystem::canonical(file, error);
-    return (error ? file : resolved).parent_path();
-  }();
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment
-  const char *const chosen = secure_getenv("HALVEX_COMPONENT");
-  return chosen != nullptr && *chosen != '\0'
-             ? chosen
-             : (folder / "component_halvex_encryption.so").string();
-}
-
+// True if the file ends before its own headers say it does, as after an interrupted copy: the
+// dynamic loader maps what is not there, and the process dies of SIGBUS. False for a file that
+// cannot be read or is no 64-bit ELF file; about those the loader reports.
 bool is_truncated(const std::string &path) {
   std::ifstream file{path, std::ios::binary | std::ios::ate};
   const auto end = file.tellg();
@@ -95,20 +63,89 @@ bool is_truncated(const std::string &path) {
   return false;
 }
 
+constexpr const char *entry_symbol = "list_components";
+
+std::string last_loader_error() {
+  const char *const text = dlerror();
+  return text != nullptr ? text : "no reason given";
+}
+
+bool is_complete(const Dovrin_component *descriptor) {
+  return descriptor != nullptr && descriptor->name != nullptr && descriptor->init != nullptr &&
+         descriptor->deinit != nullptr;
+}
+
+Status failure_of(const std::string &name, const char *what) {
+  return Status::failure("The component '" + name + "' " + what);
+}
+
+Status cannot_be_loaded(const std::string &path, const std::string &reason) {
+  return Status::failure("The component file '" + path + "' cannot be loaded: " + reason + ".");
+}
+
+// True if the file is an ELF file for another kind of processor than this library, about which the
+// dynamic loader says that there is no such file. The field lies at the same place in ELF files of
+// 32 and 64 bits.
+bool is_for_another_processor(const std::string &path) {
+  Dl_info own_object{};
+  if (dladdr(&registry_table, &own_object) == 0) {
+    return false;
+  }
+  std::ifstream file{path, std::ios::binary};
+  const auto header = read_at<Elf64_Ehdr>(file, 0);
+  return header && is_elf(*header) &&
+         header->e_machine != static_cast<const Elf64_Ehdr *>(own_object.dli_fbase)->e_machine;
+}
+
+// Fails if the dynamic loader would hang, end the process or give a wrong reason at this file.
+Status check_file(const std::string &path) {
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(path, error);
+  if (status.type() == std::filesystem::file_type::not_found) {
+    return Status::failure("There is no component file '" + path + "'.");
+  }
+  if (!std::filesystem::status_known(status)) {
+    return cannot_be_loaded(path, error.message());
+  }
+  if (!std::filesystem::is_regular_file(status)) {
+    return cannot_be_loaded(path, "it is no regular file");
+  }
+  if (is_for_another_processor(path)) {
+    return cannot_be_loaded(path, "it is built for another processor");
+  }
+  return is_truncated(path) ? cannot_be_loaded(path, "it is truncated") : Status{};
+}
+
+}  // namespace
+
+std::string find_component_file() {
+  // Resolved at the first call: a path that was relative when the adapter was loaded depends on the
+  // current folder.
+  static const std::filesystem::path folder = [] {
+    Dl_info adapter{};
+    static_cast<void>(dladdr(&registry_table, &adapter));
+    const std::filesystem::path file = adapter.dli_fname != nullptr ? adapter.dli_fname : "";
+    std::error_code error;
+    const std::filesystem::path resolved = std::filesystem::canonical(file, error);
+    return (error ? file : resolved).parent_path();
+  }();
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment
+  const char *const chosen = secure_getenv("HALVEX_COMPONENT");
+  return chosen != nullptr && *chosen != '\0'
+             ? chosen
+             : (folder / "component_halvex_encryption.so").string();
+}
+
 void Close_object::operator()(void *object) const noexcept { dlclose(object); }
 
 Result<std::unique_ptr<Loaded_component>> Loaded_component::open(const std::string &path) {
-  std::error_code error;
-  if (!std::filesystem::exists(path, error)) {
-    return Status::failure("There is no component file '" + path + "'.");
-  }
-  if (is_truncated(path)) {
-    return Status::failure("The component file '" + path + "' cannot be loaded: it is truncated.");
+  const Status usable = check_file(path);
+  if (!usable.ok()) {
+    return usable;
   }
   Object_ptr object{dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)};
   if (!object) {
-    return Status::failure("The component file '" + path +
-                           "' cannot be loaded: " + last_loader_error() + ".");
+    return cannot_be_loaded(path, last_loader_error());
   }
   void *const symbol = dlsym(object.get(), entry_symbol);
   if (symbol == nullptr) {

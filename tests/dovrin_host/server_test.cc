@@ -1,9 +1,13 @@
 #include "dovrin_host/server.h"
 
 #include <dlfcn.h>
+#include <elf.h>
 #include <gtest/gtest.h>
 #include <openssl/ui.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -13,6 +17,7 @@
 #include "dovrin/component.h"
 #include "dovrin_host/services.h"
 #include "printers.h"
+#include "support/temporary_folder.h"
 
 namespace dovrin_host {
 namespace {
@@ -125,6 +130,41 @@ TEST_F(ServerTest, FileThatIsTruncatedAnywhereIsNamed) {
                          "The component file '" + path + "' cannot be loaded: it is truncated.");
   }
   std::filesystem::remove(path);
+}
+
+TEST_F(ServerTest, FileForAnotherProcessorIsNamed) {
+  const halvex_test::Temporary_folder folder;
+  const std::string path = folder / "component.so";
+  std::filesystem::copy_file(file_of("well_behaved"), path);
+  std::fstream file{path, std::ios::in | std::ios::out | std::ios::binary};
+  file.seekp(offsetof(Elf64_Ehdr, e_machine));
+  constexpr Elf64_Half other_machine = EM_S390;
+  file.write(reinterpret_cast<const char *>(&other_machine), sizeof other_machine);
+  file.close();
+  expect_install_fails(path, "The component file '" + path +
+                                 "' cannot be loaded: it is built for another processor.");
+}
+
+TEST_F(ServerTest, FifoIsNotWaitedFor) {
+  const halvex_test::Temporary_folder folder;
+  const std::string path = folder / "fifo";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  EXPECT_EQ(server().install(path).message(),
+            "The component file '" + path + "' cannot be loaded: it is no regular file.");
+}
+
+TEST_F(ServerTest, FolderThatMayNotBeSearchedIsTheReason) {
+  constexpr uid_t other_user = 65534;
+  const halvex_test::Temporary_folder folder;
+  const std::string path = folder / "component.so";
+  std::filesystem::copy_file(file_of("well_behaved"), path);
+  if (seteuid(other_user) != 0) {
+    GTEST_SKIP() << "only root can become another user";
+  }
+  const Status status = server().install(path);
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(status.message(),
+            "The component file '" + path + "' cannot be loaded: Permission denied.");
 }
 
 TEST_F(ServerTest, ObjectWithoutEntryIsNamed) {
