@@ -6,6 +6,7 @@
 //     also in every connection that the process opens from now on.
 
 #include <mutex>
+#include <string_view>
 
 #include "sqlite/process_host.h"
 #include "sqlite/server_tables.h"
@@ -32,8 +33,8 @@ bool take_api(const sqlite3_api_routines *api) {
 }
 
 int install(sqlite3 *database, char **out_error) {
-  const auto fail = [&](const char *text) {
-    *out_error = sqlite3_mprintf("%s", text);
+  const auto fail = [&](std::string_view text) {
+    *out_error = halvex_sqlite::sqlite_text(text);
     return SQLITE_ERROR;
   };
   const auto action = [&] {
@@ -44,7 +45,7 @@ int install(sqlite3 *database, char **out_error) {
     }
     const auto records = halvex_sqlite::start_process_host();
     if (!records.ok()) {
-      return fail(records.message().c_str());
+      return fail(records.message());
     }
     const int functions = halvex_sqlite::create_sql_functions(database);
     return functions != SQLITE_OK ? functions
@@ -53,8 +54,9 @@ int install(sqlite3 *database, char **out_error) {
   const int installed = halvex_sqlite::without_exceptions(action, fail);
   if (installed != SQLITE_OK && *out_error == nullptr) {
     // The connection's own text is the more exact one, if it is about this failure.
-    fail(sqlite3_errcode(database) == installed ? sqlite3_errmsg(database)
-                                                : sqlite3_errstr(installed));
+    *out_error =
+        sqlite3_mprintf("%s", sqlite3_errcode(database) == installed ? sqlite3_errmsg(database)
+                                                                     : sqlite3_errstr(installed));
   }
   return installed;
 }

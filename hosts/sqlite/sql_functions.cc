@@ -1,9 +1,11 @@
 #include "sqlite/sql_functions.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -17,9 +19,9 @@ namespace halvex_sqlite {
 namespace {
 
 using dovrin_host::Argument;
-using dovrin_host::Function_instance;
-
+using dovrin_host::Argument_kind;
 using dovrin_host::Function_description;
+using dovrin_host::Function_instance;
 using dovrin_host::Result_kind;
 using dovrin_host::Row_result;
 
@@ -40,6 +42,20 @@ std::string_view bytes_of(sqlite3_value *value, const void *bytes) {
                           : std::string_view{""};
 }
 
+// The integer that a REAL holds; nullopt if it holds none of 64 bits.
+std::optional<long long> integer_in(double real) {
+  constexpr double limit = 0x1p63;
+  const bool whole = real >= -limit && real < limit && std::trunc(real) == real;
+  return whole ? std::optional{static_cast<long long>(real)} : std::nullopt;
+}
+
+// Some languages have no other numbers than REALs. Like an INTEGER column, an integer argument
+// accepts those that lose nothing.
+Argument make_number(Item_result expected, double real) {
+  const std::optional<long long> integer = integer_in(real);
+  return expected == INT_RESULT && integer ? Argument::integer(*integer) : Argument::real(real);
+}
+
 // An SQL NULL has no type here: it takes the one that the function expects, so that the function's
 // own NULL rule answers.
 Argument make_argument(Item_result expected, sqlite3_value *value) {
@@ -47,7 +63,7 @@ Argument make_argument(Item_result expected, sqlite3_value *value) {
     case SQLITE_INTEGER:
       return Argument::integer(sqlite3_value_int64(value));
     case SQLITE_FLOAT:
-      return Argument::real(sqlite3_value_double(value));
+      return make_number(expected, sqlite3_value_double(value));
     case SQLITE_TEXT: {
       const void *const text = sqlite3_value_text(value);
       if (text == nullptr) {
@@ -103,7 +119,7 @@ void give_result(sqlite3_context *context, Result_kind kind, const Row_result &r
       sqlite3_result_int64(context, row.integer);
       break;
     case Row_result::Kind::error:
-      sqlite3_result_error(context, row.text.data(), static_cast<int>(row.text.size()));
+      fail_call(context, row.text);
       break;
     case Row_result::Kind::string:
       if (kind == Result_kind::text) {
@@ -128,8 +144,7 @@ void call(sqlite3_context *context, int argc, sqlite3_value **argv) {
     std::ranges::transform(arguments, std::back_inserter(types), &Argument::type);
     auto opened = dovrin_host::Server::instance().open_function(function.name, types);
     if (!opened.ok()) {
-      const std::string text = opened.message();
-      sqlite3_result_error(context, text.c_str(), -1);
+      fail_call(context, opened.message());
       return;
     }
     instance = std::move(opened).value();
@@ -147,20 +162,40 @@ void call_guarded(sqlite3_context *context, int argc, sqlite3_value **argv) {
     call(context, argc, argv);
     return SQLITE_OK;
   };
-  const auto on_error = [&](const char *text) { sqlite3_result_error(context, text, -1); };
+  const auto on_error = [&](const char *text) { fail_call(context, text); };
   if (without_exceptions(action, on_error) == SQLITE_NOMEM) {
     sqlite3_result_error_nomem(context);
   }
 }
 
-int create_sql_function(sqlite3 *database, const std::string &name) {
+// What the schema of a database, which a stranger can have written, may do with the function.
+int schema_flag(const Function_description &description) {
+  if (description.has(Argument_kind::length_in_bits)) {
+    return SQLITE_DIRECTONLY;  // creating a key can take minutes
+  }
+  const bool harmless = description.is_deterministic && !description.has(Argument_kind::key);
+  return harmless ? SQLITE_INNOCUOUS : 0;
+}
+
+int create_sql_function(sqlite3 *database, const std::string &name, int arity) {
   const Function_description &description = dovrin_host::describe_function(name);
-  const int flags = SQLITE_UTF8 | (description.is_deterministic ? SQLITE_DETERMINISTIC : 0);
+  const int flags = SQLITE_UTF8 | (description.is_deterministic ? SQLITE_DETERMINISTIC : 0) |
+                    schema_flag(description);
   auto function = std::make_unique<Sql_function>(Sql_function{name, description});
   // SQLite calls the last argument in any case, also when it refuses the function.
   return sqlite3_create_function_v2(
-      database, name.c_str(), -1, flags, function.release(), call_guarded, nullptr, nullptr,
+      database, name.c_str(), arity, flags, function.release(), call_guarded, nullptr, nullptr,
       [](void *registered) { delete static_cast<Sql_function *>(registered); });
+}
+
+// For any number of arguments, so that the component rejects a wrong one in its own words, and for
+// the right number, which makes it visible in pragma_function_list.
+int create_sql_function(sqlite3 *database, const std::string &name) {
+  const std::size_t arity = dovrin_host::describe_function(name).arguments.size();
+  const int created = create_sql_function(database, name, -1);
+  return created != SQLITE_OK || arity == 0
+             ? created
+             : create_sql_function(database, name, static_cast<int>(arity));
 }
 
 }  // namespace

@@ -8,8 +8,9 @@
 //   asymmetric_verify(algorithm, content, signature, public_key, digest_type) -> 1 or NULL
 //   create_digest(digest_type, text) -> BLOB
 //
-// All of them take any number of arguments here: the component counts them and checks their types,
-// and its refusal is the statement's error.
+// All of them accept any number of arguments here: the component counts them and checks their
+// types, and its message is the statement's error. Schemas may use create_digest in any case, the
+// others while PRAGMA trusted_schema is on, and create_asymmetric_priv_key never.
 
 #ifndef HALVEX_SQLITE_SQL_FUNCTIONS_H
 #define HALVEX_SQLITE_SQL_FUNCTIONS_H

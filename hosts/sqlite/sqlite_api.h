@@ -9,6 +9,9 @@
 #include <exception>
 #include <new>
 #include <string>
+#include <string_view>
+
+#include "dovrin_host/user_text.h"
 
 // Set once, by the entry point, before anything else here runs.
 SQLITE_EXTENSION_INIT3
@@ -20,24 +23,36 @@ inline sqlite3_destructor_type copy_now() {
   return SQLITE_TRANSIENT;  // NOLINT(performance-no-int-to-ptr): SQLite's own constant
 }
 
-// Runs `action`, which returns an SQLite result code. No exception passes: lack of memory becomes
-// SQLITE_NOMEM, any other one SQLITE_ERROR after on_error(text).
+// Runs `action`, which returns an SQLite result code. No exception passes: std::bad_alloc, also of
+// on_error, becomes SQLITE_NOMEM, any other one SQLITE_ERROR after on_error(text).
 template <typename Action, typename On_error>
 int without_exceptions(Action action, On_error on_error) noexcept {
   try {
-    return action();
+    try {
+      return action();
+    } catch (const std::bad_alloc &) {
+      return SQLITE_NOMEM;
+    } catch (const std::exception &error) {
+      on_error(error.what());
+    } catch (...) {
+      on_error("an unknown exception");
+    }
+    return SQLITE_ERROR;
   } catch (const std::bad_alloc &) {
     return SQLITE_NOMEM;
-  } catch (const std::exception &error) {
-    on_error(error.what());
-  } catch (...) {
-    on_error("an unknown exception");
   }
-  return SQLITE_ERROR;
 }
 
-// The text as SQLite frees it; null without memory.
-inline char *sqlite_text(const std::string &text) { return sqlite3_mprintf("%s", text.c_str()); }
+// The text as SQLite frees it, as valid UTF-8 without control characters; null if out of memory.
+inline char *sqlite_text(std::string_view text) {
+  return sqlite3_mprintf("%s", dovrin_host::make_printable(text).c_str());
+}
+
+// Fails the function call with the text, as valid UTF-8 without control characters.
+inline void fail_call(sqlite3_context *context, std::string_view text) {
+  const std::string printable = dovrin_host::make_printable(text);
+  sqlite3_result_error(context, printable.data(), static_cast<int>(printable.size()));
+}
 
 }  // namespace halvex_sqlite
 

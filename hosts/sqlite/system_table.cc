@@ -8,6 +8,7 @@ namespace halvex_sqlite {
 
 namespace {
 
+using dovrin_host::make_printable;
 using dovrin_host::Status;
 
 // The base classes come first: SQLite knows these objects by the address of their base.
@@ -27,7 +28,7 @@ struct Cursor : sqlite3_vtab_cursor {
 Open_table &open_table(sqlite3_vtab *table) { return *static_cast<Open_table *>(table); }
 Cursor &cursor_of(sqlite3_vtab_cursor *cursor) { return *static_cast<Cursor *>(cursor); }
 
-int refuse(sqlite3_vtab *table, int code, const std::string &text) {
+int refuse(sqlite3_vtab *table, int code, std::string_view text) {
   sqlite3_free(table->zErrMsg);
   table->zErrMsg = sqlite_text(text);
   return table->zErrMsg != nullptr ? code : SQLITE_NOMEM;
@@ -56,8 +57,7 @@ int connect(sqlite3 *database, void *definition, int /*argc*/, const char *const
     *out_table = new Open_table{table};
     return SQLITE_OK;
   };
-  return without_exceptions(action,
-                            [&](const char *text) { *out_error = sqlite3_mprintf("%s", text); });
+  return without_exceptions(action, [&](const char *text) { *out_error = sqlite_text(text); });
 }
 
 int disconnect(sqlite3_vtab *table) {
@@ -105,14 +105,17 @@ int eof(sqlite3_vtab_cursor *base) {
 }
 
 int column(sqlite3_vtab_cursor *base, sqlite3_context *context, int number) {
-  const Cursor &cursor = cursor_of(base);
-  const Cell &cell = cursor.rows[cursor.position].cells[static_cast<std::size_t>(number)];
-  if (const auto *integer = std::get_if<std::int64_t>(&cell)) {
-    sqlite3_result_int64(context, *integer);
-  } else if (const auto *text = std::get_if<std::string>(&cell)) {
-    sqlite3_result_text64(context, text->data(), text->size(), copy_now(), SQLITE_UTF8);
-  }
-  return SQLITE_OK;
+  return guarded(base->pVtab, [&] {
+    const Cursor &cursor = cursor_of(base);
+    const Cell &cell = cursor.rows[cursor.position].cells[static_cast<std::size_t>(number)];
+    if (const auto *integer = std::get_if<std::int64_t>(&cell)) {
+      sqlite3_result_int64(context, *integer);
+    } else if (const auto *text = std::get_if<std::string>(&cell)) {
+      const std::string shown = make_printable(*text);
+      sqlite3_result_text64(context, shown.data(), shown.size(), copy_now(), SQLITE_UTF8);
+    }
+    return SQLITE_OK;
+  });
 }
 
 int rowid(sqlite3_vtab_cursor *base, sqlite3_int64 *out) {
@@ -131,7 +134,8 @@ bool is_same(sqlite3_value *value, const Cell &cell) {
     }
     const auto *bytes = reinterpret_cast<const char *>(sqlite3_value_text(value));
     return bytes != nullptr &&
-           std::string_view{bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))} == *text;
+           std::string_view{bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))} ==
+               make_printable(*text);
   }
   return sqlite3_value_type(value) == SQLITE_NULL;
 }

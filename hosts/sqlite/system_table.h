@@ -15,7 +15,7 @@
 
 namespace halvex_sqlite {
 
-// SQL NULL, an integer, or a text.
+// SQL NULL, an integer, or a text, which SQL gets from make_printable.
 using Cell = std::variant<std::monostate, std::int64_t, std::string>;
 
 struct Table_row {

@@ -6,7 +6,7 @@ SELECT count(*) FROM pragma_function_list WHERE name = 'create_digest';
 SELECT create_asymmetric_priv_key();
 SELECT create_asymmetric_priv_key(1, '2048');
 SELECT create_asymmetric_priv_key('RSA', '2048');
-SELECT create_asymmetric_priv_key('RSA', 2048.0);
+SELECT create_asymmetric_priv_key('RSA', 2048.5);
 SELECT create_asymmetric_pub_key('RSA', 1);
 SELECT asymmetric_encrypt('RSA', 1, 'key');
 SELECT asymmetric_encrypt('RSA', 'data', 2);
