@@ -61,7 +61,7 @@ int install(sqlite3 *database, char **out_error) {
   return installed;
 }
 
-// For sqlite3_auto_extension, which wants plain success.
+// For sqlite3_auto_extension, which expects SQLITE_OK for success.
 int install_in_new_connection(sqlite3 *database, char **out_error,
                               const sqlite3_api_routines * /*api*/) {
   return install(database, out_error);

@@ -28,7 +28,7 @@ using dovrin_host::Status;
 
 constexpr std::size_t remembered_records = 1000;
 
-// What every copy of this extension exports.
+// Exported by every copy of this extension.
 constexpr const char *entry_name = "sqlite3_halvexsqlite_init";
 
 struct Close_handle {
@@ -84,13 +84,13 @@ bool shows_records_on_stderr() {
   return wish.empty() ? isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0 : wish != "0";
 }
 
-// What a component that refused to start has reported; nobody can query this log any more.
+// The last record of a component that failed to start: without a table, no query reads this log.
 std::string last_message(const Ring_sink &records) {
   const auto reported = records.snapshot();
   return reported.empty() ? std::string{} : " " + reported.back().record.message;
 }
 
-// The sinks of one start, taken away again if the start fails.
+// The sinks of one start, removed again unless keep() is called.
 class Attached_sinks {
  public:
   explicit Attached_sinks(Error_log &log) : log_{log} {}

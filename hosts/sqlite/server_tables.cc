@@ -20,7 +20,7 @@ using dovrin_host::Variable_info;
 using dovrin_host::Variable_type;
 using dovrin_host::Variable_value;
 
-// SQLite's default collation sorts what is no valid text as well, so bytes pass as they are.
+// The bytes of any value as TEXT, valid UTF-8 or not.
 std::string_view text_bytes(sqlite3_value *value) {
   const auto *bytes = reinterpret_cast<const char *>(sqlite3_value_text(value));
   if (bytes == nullptr) {
@@ -29,7 +29,7 @@ std::string_view text_bytes(sqlite3_value *value) {
   return {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
 }
 
-// No variable can be NULL; the word makes a refusal that can be read.
+// No variable can be NULL: the word is rejected, in a readable error text.
 Setting setting_of(sqlite3_value *value) {
   switch (sqlite3_value_type(value)) {
     case SQLITE_INTEGER:

@@ -2,7 +2,7 @@
 //
 //   dovrin_variables(name, value, type, default_value, minimum, maximum, block_size, comment)
 //     the system variables. UPDATE sets a value for the whole process, at once and whatever becomes
-//     of the transaction; a value that the component refuses is a constraint error.
+//     of the transaction; a value that the component rejects is a constraint error.
 //
 //   dovrin_error_log(id, time, priority, code, symbol, component, function, source_file,
 //                    source_line, message, hint)

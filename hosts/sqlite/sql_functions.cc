@@ -25,7 +25,7 @@ using dovrin_host::Function_instance;
 using dovrin_host::Result_kind;
 using dovrin_host::Row_result;
 
-// What SQLite keeps with a function of a connection.
+// User data of a function of a connection.
 struct Sql_function {
   std::string name;
   const Function_description &description;
@@ -92,8 +92,8 @@ std::vector<Argument> make_arguments(const Function_description &description, in
 }
 
 // SQLite keeps auxiliary data with an argument of a call site as long as the argument stays the
-// same, and may drop it at any time. So the instance of a call site hangs, counted, on all of its
-// arguments and lives as long as the most constant one lets it.
+// same, and may drop it at any time. So all arguments of a call site share the ownership of its
+// instance, which lives as long as the most constant one.
 Shared_instance find_instance(sqlite3_context *context, int argc) {
   for (int i = 0; i < argc; ++i) {
     if (const void *const kept = sqlite3_get_auxdata(context, i)) {
@@ -156,7 +156,7 @@ void call(sqlite3_context *context, int argc, sqlite3_value **argv) {
   }
 }
 
-// What SQLite calls.
+// The entry point for SQLite: no exception passes.
 void call_guarded(sqlite3_context *context, int argc, sqlite3_value **argv) {
   const auto action = [&] {
     call(context, argc, argv);
@@ -168,7 +168,7 @@ void call_guarded(sqlite3_context *context, int argc, sqlite3_value **argv) {
   }
 }
 
-// What the schema of a database, which a stranger can have written, may do with the function.
+// The flag for the use of the function in the schema of a database, whose author can be anybody.
 int schema_flag(const Function_description &description) {
   if (description.has(Argument_kind::length_in_bits)) {
     return SQLITE_DIRECTONLY;  // creating a key can take minutes
@@ -182,7 +182,7 @@ int create_sql_function(sqlite3 *database, const std::string &name, int arity) {
   const int flags = SQLITE_UTF8 | (description.is_deterministic ? SQLITE_DETERMINISTIC : 0) |
                     schema_flag(description);
   auto function = std::make_unique<Sql_function>(Sql_function{name, description});
-  // SQLite calls the last argument in any case, also when it refuses the function.
+  // SQLite calls the last argument in any case, also when it rejects the function.
   return sqlite3_create_function_v2(
       database, name.c_str(), arity, flags, function.release(), call_guarded, nullptr, nullptr,
       [](void *registered) { delete static_cast<Sql_function *>(registered); });

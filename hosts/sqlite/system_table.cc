@@ -28,7 +28,7 @@ struct Cursor : sqlite3_vtab_cursor {
 Open_table &open_table(sqlite3_vtab *table) { return *static_cast<Open_table *>(table); }
 Cursor &cursor_of(sqlite3_vtab_cursor *cursor) { return *static_cast<Cursor *>(cursor); }
 
-int refuse(sqlite3_vtab *table, int code, std::string_view text) {
+int fail(sqlite3_vtab *table, int code, std::string_view text) {
   sqlite3_free(table->zErrMsg);
   table->zErrMsg = sqlite_text(text);
   return table->zErrMsg != nullptr ? code : SQLITE_NOMEM;
@@ -36,7 +36,7 @@ int refuse(sqlite3_vtab *table, int code, std::string_view text) {
 
 template <typename Action>
 int guarded(sqlite3_vtab *table, Action action) noexcept {
-  return without_exceptions(action, [&](const char *text) { refuse(table, SQLITE_ERROR, text); });
+  return without_exceptions(action, [&](const char *text) { fail(table, SQLITE_ERROR, text); });
 }
 
 int connect(sqlite3 *database, void *definition, int /*argc*/, const char *const * /*argv*/,
@@ -48,8 +48,8 @@ int connect(sqlite3 *database, void *definition, int /*argc*/, const char *const
     if (declared != SQLITE_OK) {
       return declared;
     }
-    // Settings and records are the server's, not the database's: views and triggers of a database
-    // file from a stranger must neither change the ones nor copy the others.
+    // Settings and records belong to the server, not to the database: views and triggers of a
+    // database file from elsewhere must neither change settings nor copy records.
     sqlite3_vtab_config(database, SQLITE_VTAB_DIRECTONLY);
     if (table.writable_column() >= 0) {
       sqlite3_vtab_config(database, SQLITE_VTAB_CONSTRAINT_SUPPORT, 1);
@@ -155,10 +155,10 @@ int update(sqlite3_vtab *base, int argc, sqlite3_value **argv, sqlite3_int64 * /
   return guarded(base, [&] {
     System_table &table = open_table(base).table;
     if (argc == 1 || sqlite3_value_type(argv[0]) == SQLITE_NULL) {
-      return refuse(base, SQLITE_READONLY,
-                    table.name() +
-                        ": rows can be neither inserted nor deleted; "
-                        "UPDATE sets the value of one that is there");
+      return fail(base, SQLITE_READONLY,
+                  table.name() +
+                      ": rows can be neither inserted nor deleted; "
+                      "UPDATE sets the value of one that is there");
     }
 
     const auto id = sqlite3_value_int64(argv[0]);
@@ -167,15 +167,15 @@ int update(sqlite3_vtab *base, int argc, sqlite3_value **argv, sqlite3_int64 * /
       return candidate.rowid == id;
     });
     if (row == rows.end()) {
-      return refuse(base, SQLITE_ERROR, table.name() + ": the row is no longer there");
+      return fail(base, SQLITE_ERROR, table.name() + ": the row is no longer there");
     }
     if (sqlite3_value_int64(argv[1]) != id ||
         changes_other_columns(*row, table.writable_column(), argv + 2)) {
-      return refuse(base, SQLITE_READONLY, table.name() + ": only the value can be changed");
+      return fail(base, SQLITE_READONLY, table.name() + ": only the value can be changed");
     }
 
     const Status status = table.update(*row, argv[2 + table.writable_column()]);
-    return status.ok() ? SQLITE_OK : refuse(base, SQLITE_CONSTRAINT, status.message());
+    return status.ok() ? SQLITE_OK : fail(base, SQLITE_CONSTRAINT, status.message());
   });
 }
 
@@ -211,7 +211,7 @@ Status System_table::update(const Table_row & /*row*/, sqlite3_value * /*value*/
 int create_system_table(sqlite3 *database, std::unique_ptr<System_table> table) {
   const std::string name = table->name();
   const auto *module = table->writable_column() >= 0 ? &writable_module : &read_only_module;
-  // SQLite calls the last argument in any case, also when it refuses the module.
+  // SQLite calls the last argument in any case, also when it rejects the module.
   return sqlite3_create_module_v2(
       database, name.c_str(), module, table.release(),
       [](void *definition) { delete static_cast<System_table *>(definition); });

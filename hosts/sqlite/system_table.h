@@ -23,8 +23,8 @@ struct Table_row {
   std::vector<Cell> cells;
 };
 
-// What one of these tables is made of. Any thread may ask at any time; a statement sees the rows as
-// they were when it began to read.
+// The definition and content of one of these tables. Any thread may call it at any time; a scan
+// sees the rows as they were when it began.
 class System_table {
  public:
   System_table() = default;
@@ -39,14 +39,14 @@ class System_table {
 
   virtual std::vector<Table_row> rows() const = 0;
 
-  // The one column that UPDATE may change; -1 for a table that nobody may change.
+  // The one column that UPDATE may change; -1 for a read-only table.
   virtual int writable_column() const { return -1; }
 
   // Sets that column of a row. The value is only valid during the call.
   virtual dovrin_host::Status update(const Table_row &row, sqlite3_value *value);
 };
 
-// Puts the table into the connection, which takes it over. Returns an SQLite result code.
+// Adds the table to the connection, which becomes its owner. Returns an SQLite result code.
 int create_system_table(sqlite3 *database, std::unique_ptr<System_table> table);
 
 }  // namespace halvex_sqlite

@@ -20,7 +20,6 @@ bool init(UDF_INIT *instance, UDF_ARGS *args, char *message) {
   instance->ptr = nullptr;
   for (unsigned int i = 0; i < args->arg_count; ++i) {
     if (args->arg_type[i] == REAL_RESULT) {
-      ++counts.refused_inits;
       static_cast<void>(
           std::snprintf(message, DOVRIN_UDF_MESSAGE_SIZE, "Argument %u is a real.", i + 1));
       return true;
@@ -93,7 +92,7 @@ const std::array functions{
 
 int start() {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): the tests set it before they load anything
-  if (std::getenv("COUNTING_COMPONENT_REFUSES") != nullptr) {
+  if (std::getenv("COUNTING_COMPONENT_FAILS") != nullptr) {
     return 1;
   }
   const auto *const service = static_cast<const Dovrin_udf_registration *>(registration_slot);
@@ -108,12 +107,12 @@ int start() {
 
 int stop() {
   const auto *const service = static_cast<const Dovrin_udf_registration *>(registration_slot);
-  int refused = 0;
+  int failed = 0;
   for (const Function &function : functions) {
     int was_registered = 0;
-    refused |= service->udf_unregister(function.name, &was_registered);
+    failed |= service->udf_unregister(function.name, &was_registered);
   }
-  return refused;
+  return failed;
 }
 
 }  // namespace

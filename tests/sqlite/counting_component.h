@@ -14,7 +14,6 @@ namespace halvex_test {
 
 struct Call_counts {
   std::atomic<long> inits{0};
-  std::atomic<long> refused_inits{0};
   std::atomic<long> rows{0};
   std::atomic<long> deinits{0};
 };

@@ -10,7 +10,7 @@ namespace halvex_test {
 
 namespace {
 
-[[noreturn]] void give_up(const std::string &what, const std::string &why) {
+[[noreturn]] void abort_with(const std::string &what, const std::string &why) {
   static_cast<void>(std::fprintf(stderr, "%s: %s\n", what.c_str(), why.c_str()));
   std::abort();
 }
@@ -55,13 +55,13 @@ Database::Database(Extension extension, const std::string &path) {
   const int opened = sqlite3_open(path.c_str(), &handle);
   handle_.reset(handle);
   if (opened != SQLITE_OK) {
-    give_up(path, sqlite3_errmsg(handle));
+    abort_with(path, sqlite3_errmsg(handle));
   }
   sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 1, nullptr);
   if (extension == Extension::loaded) {
     const std::string error = load(extension_path());
     if (!error.empty()) {
-      give_up("loading the extension", error);
+      abort_with("loading the extension", error);
     }
   }
 }
@@ -133,7 +133,7 @@ std::string Database::value(const std::string &sql) {
 void Database::run(const std::string &sql) {
   char *text = nullptr;
   if (sqlite3_exec(handle(), sql.c_str(), nullptr, nullptr, &text) != SQLITE_OK) {
-    give_up(sql, text != nullptr ? text : "");
+    abort_with(sql, text != nullptr ? text : "");
   }
 }
 

@@ -1,5 +1,5 @@
-// The seven functions in SQL: types, NULLs, refusals, and the places where SQL lets a function
-// stand.
+// The seven functions in SQL: types, NULLs, argument errors, and the places where SQL lets a
+// function stand.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -143,13 +143,13 @@ TEST_F(SqliteFunctionsTest, NullTakesTheWantedType) {
                                      ElementsAre("13919", "'warning'", "'digest'")));
 }
 
-TEST_F(SqliteFunctionsTest, ANullBesideAWrongTypeIsRefused) {
+TEST_F(SqliteFunctionsTest, ANullBesideAWrongTypeIsAnError) {
   EXPECT_EQ(database.error("SELECT create_asymmetric_priv_key(NULL, '2048')"),
             "Mismatch in type of argument. Expected integer argument of key length.");
 }
 
-TEST_F(SqliteFunctionsTest, RefusalsAreTheErrors) {
-  const std::array refusals{
+TEST_F(SqliteFunctionsTest, ArgumentErrorsAreInTheComponentsWords) {
+  const std::array errors{
       std::pair{"create_asymmetric_priv_key('RSA')",
                 "Mismatch in number of arguments to the function. Expected 2 arguments"},
       std::pair{"asymmetric_verify('RSA', 'a', 'b', 'c')",
@@ -171,8 +171,8 @@ TEST_F(SqliteFunctionsTest, RefusalsAreTheErrors) {
       std::pair{"asymmetric_decrypt('RSA', 'x', 1)",
                 "Mismatch in type of argument. Expected string arguments for private key."},
   };
-  for (const auto &[call, refusal] : refusals) {
-    EXPECT_EQ(database.error(std::string{"SELECT "} + call), refusal) << call;
+  for (const auto &[call, error] : errors) {
+    EXPECT_EQ(database.error(std::string{"SELECT "} + call), error) << call;
   }
   EXPECT_THAT(records(), testing::IsEmpty());
 }
@@ -189,7 +189,7 @@ TEST_F(SqliteFunctionsTest, AnIntegralRealIsAnInteger) {
                           ElementsAre(testing::StartsWith("'9223372036854775808 "))));
 }
 
-TEST_F(SqliteFunctionsTest, OtherRealsAreRefused) {
+TEST_F(SqliteFunctionsTest, OtherRealsAreRejected) {
   for (const char *const real : {"2048.5", "1e300", "-1e300", "9e999", "9223372036854775808.0"}) {
     EXPECT_EQ(database.error("SELECT create_asymmetric_priv_key('RSA', " + std::string{real} + ")"),
               "Mismatch in type of argument. Expected integer argument of key length.")
@@ -199,7 +199,7 @@ TEST_F(SqliteFunctionsTest, OtherRealsAreRefused) {
             "Mismatch in type of argument. Expected string argument for text.");
 }
 
-TEST_F(SqliteFunctionsTest, ATypeIsRefusedOnlyWhenARowHasIt) {
+TEST_F(SqliteFunctionsTest, AWrongTypeIsAnErrorOnlyWhenARowHasIt) {
   database.run("CREATE TABLE t (text); INSERT INTO t VALUES ('abc'), (7)");
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', text) FROM t LIMIT 1"), sha256_of_abc);
   EXPECT_EQ(database.error("SELECT create_digest('SHA256', text) FROM t"),
@@ -305,7 +305,7 @@ TEST_F(SqliteFunctionsTest, ATriggerOfATrustedSchemaMaySign) {
             "1");
 }
 
-TEST_F(SqliteFunctionsTest, AnEncryptedKeyAsksNobodyForAPassword) {
+TEST_F(SqliteFunctionsTest, AnEncryptedKeyPromptsForNoPassword) {
   database.bind_text("@encrypted", fixture("rsa2048-encrypted.pem"));
   EXPECT_EQ(database.value("SELECT create_asymmetric_pub_key('RSA', @encrypted)"), "NULL");
   EXPECT_THAT(records(), ElementsAre(ElementsAre("13928", "'error'", "'handle_openssl_error'"),

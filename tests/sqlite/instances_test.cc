@@ -128,12 +128,12 @@ TEST_F(SqliteInstancesTest, ANullDoesNotChangeTheTypes) {
   EXPECT_EQ(counts(), (Counts{1, 10, 1}));
 }
 
-TEST_F(SqliteInstancesTest, ARefusedInitIsFollowedByItsDeinit) {
+TEST_F(SqliteInstancesTest, AFailedInitIsFollowedByItsDeinit) {
   EXPECT_EQ(database->error("SELECT counted('a', 1.5)"), "Argument 2 is a real.");
   EXPECT_EQ(counts(), (Counts{1, 0, 1}));
 }
 
-TEST_F(SqliteInstancesTest, ARefusalInAnyRowEndsEverything) {
+TEST_F(SqliteInstancesTest, AFailedInitInAnyRowEndsEverything) {
   EXPECT_EQ(database->error("SELECT counted(iif(id = 5, 1.5, text), 'constant') FROM ten"),
             "Argument 1 is a real.");
   EXPECT_EQ(counts(), (Counts{2, 4, 2}));

@@ -1,4 +1,4 @@
-// Loading the extension: what it finds, what it refuses, and where the log goes.
+// Loading the extension: what it finds, what it rejects, and where the log goes.
 //
 // What is loaded stays for the life of the process, so these tests need a process each, which CTest
 // gives them.
@@ -51,7 +51,7 @@ class SqliteLoadingTest : public testing::Test {
     unsetenv("HALVEX_LOG_FILE");
   }
 
-  // The error when this file is meant to be the component; the extension can then still be loaded.
+  // The error when HALVEX_COMPONENT names this file; the extension can then still be loaded.
   std::string error_with_component(const std::string &path) {
     setenv("HALVEX_COMPONENT", path.c_str(), 1);
     std::string error = load_error(database, extension_path());
@@ -132,10 +132,10 @@ TEST_F(SqliteLoadingTest, SaysThatAFileIsNoComponent) {
               HasSubstr("is no component: it has no symbol 'list_components'"));
 }
 
-TEST_F(SqliteLoadingTest, SaysThatTheComponentRefuses) {
-  setenv("COUNTING_COMPONENT_REFUSES", "1", 1);
+TEST_F(SqliteLoadingTest, SaysThatTheComponentFailsToStart) {
+  setenv("COUNTING_COMPONENT_FAILS", "1", 1);
   EXPECT_THAT(error_with_component(HALVEX_COUNTING_COMPONENT), HasSubstr("refused to start"));
-  unsetenv("COUNTING_COMPONENT_REFUSES");
+  unsetenv("COUNTING_COMPONENT_FAILS");
   EXPECT_EQ(database.load(extension_path()), "");
   expect_working(database);
 }
@@ -253,7 +253,7 @@ TEST_F(SqliteLoadingTest, LackOfMemoryIsSaid) {
   EXPECT_EQ(error, "");
 }
 
-TEST_F(SqliteLoadingTest, RefusesASecondCopyOfItself) {
+TEST_F(SqliteLoadingTest, RejectsASecondCopyOfItself) {
   EXPECT_EQ(database.load(extension_path()), "");
   fs::copy_file(component_path(), folder / "component_halvex_encryption.so");
   fs::copy_file(extension_path(), folder / "halvex_sqlite.so");

@@ -59,7 +59,7 @@ TEST_F(SqliteVariablesTest, LooksAtTheLow32BitsOfAKeySize) {
   EXPECT_EQ(get(key_size), "4096");
 }
 
-TEST_F(SqliteVariablesTest, RefusesOtherKeySizesAndSaysWhatIsAllowed) {
+TEST_F(SqliteVariablesTest, RejectsOtherKeySizesAndSaysWhatIsAllowed) {
   const std::array values{
       std::pair{"1024", "1024"},   std::pair{"2047", "2047"},     std::pair{"3000", "3000"},
       std::pair{"16385", "16385"}, std::pair{"17408", "17408"},   std::pair{"0", "0"},
@@ -84,7 +84,7 @@ TEST_F(SqliteVariablesTest, AcceptsTheFormsOfABoolean) {
   }
 }
 
-TEST_F(SqliteVariablesTest, RefusesWhatIsNoBoolean) {
+TEST_F(SqliteVariablesTest, RejectsWhatIsNoBoolean) {
   for (const char *const value : {"2", "-1", "'yes'", "NULL"}) {
     EXPECT_THAT(set(padding, value),
                 testing::EndsWith("Allowed are ON, OFF, TRUE, FALSE, 1 and 0."))
@@ -101,7 +101,7 @@ TEST_F(SqliteVariablesTest, TheDefaultsCanBeSetForAll) {
   EXPECT_EQ(get(padding), "'OFF'");
 }
 
-TEST_F(SqliteVariablesTest, ARefusedValueIsAConstraintThatCanBeIgnored) {
+TEST_F(SqliteVariablesTest, ARejectedValueIsAConstraintErrorThatCanBeIgnored) {
   EXPECT_EQ(database.error("UPDATE OR IGNORE dovrin_variables SET value = 1"), "");
   EXPECT_EQ(get(key_size), "4096");
   EXPECT_EQ(get(padding), "'ON'");
@@ -114,12 +114,12 @@ TEST_F(SqliteVariablesTest, OnlyValuesChange) {
             "dovrin_variables: only the value can be changed");
   EXPECT_EQ(database.error("UPDATE dovrin_variables SET rowid = 7 WHERE rowid = 1"),
             "dovrin_variables: only the value can be changed");
-  const std::string refusal =
+  const std::string error =
       "dovrin_variables: rows can be neither inserted nor deleted; UPDATE sets the value of one "
       "that is "
       "there";
-  EXPECT_EQ(database.error("INSERT INTO dovrin_variables (name, value) VALUES ('x', 1)"), refusal);
-  EXPECT_EQ(database.error("DELETE FROM dovrin_variables"), refusal);
+  EXPECT_EQ(database.error("INSERT INTO dovrin_variables (name, value) VALUES ('x', 1)"), error);
+  EXPECT_EQ(database.error("DELETE FROM dovrin_variables"), error);
   EXPECT_EQ(get(key_size), "4096");
   EXPECT_EQ(database.value("SELECT count(*) FROM dovrin_variables"), "2");
 }
@@ -301,7 +301,7 @@ TEST_F(SqliteErrorLogTest, ATemporaryViewCanUseIt) {
   EXPECT_EQ(database.value("SELECT * FROM why"), "13919");
 }
 
-TEST_F(SqliteErrorLogTest, ARefusalLeavesNoRecord) {
+TEST_F(SqliteErrorLogTest, AnErrorOfAStatementLeavesNoRecord) {
   EXPECT_NE(database.error("SELECT create_digest(1, 2)"), "");
   EXPECT_NE(database.error("UPDATE dovrin_variables SET value = 1"), "");
   EXPECT_THAT(database.rows("SELECT * FROM dovrin_error_log"), IsEmpty());
