@@ -118,6 +118,23 @@ class Error_log {
   std::shared_ptr<const Sinks> sinks_ = std::make_shared<const Sinks>();
 };
 
+// While one exists, the records that the calling thread submits, to any error log, are counted and
+// discarded. One per thread.
+class Discarded_records {
+ public:
+  Discarded_records() noexcept;
+  Discarded_records(const Discarded_records &) = delete;
+  Discarded_records &operator=(const Discarded_records &) = delete;
+  ~Discarded_records();
+
+  std::size_t count() const noexcept { return count_; }
+
+ private:
+  friend class Error_log;
+
+  std::size_t count_ = 0;
+};
+
 // Turns a record into one line without a line end: render_json, or render_line for people.
 using Record_renderer = std::string (*)(const Log_record &);
 

@@ -5,8 +5,12 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <new>
 #include <string>
 #include <utility>
+
+#include "dovrin_host/error_log.h"
+#include "dovrin_host/row_context.h"
 
 namespace dovrin_host {
 namespace {
@@ -171,6 +175,7 @@ Result<std::unique_ptr<Function_instance>> Function_instance::open(
 
 Function_instance::Function_instance(Function_pin function, std::span<const Item_result> types)
     : function_{std::move(function)},
+      description_{describe_function(function_.definition().name)},
       types_{types.begin(), types.end()},
       argument_types_{types_},
       pointers_(types.size(), nullptr),
@@ -220,11 +225,55 @@ Row_result Function_instance::row(std::span<const Argument> arguments) {
   fill_arguments(arguments);
 
   const Running_scope running{name()};
-  const Row_result result = result_type() == INT_RESULT ? integer_row() : string_row();
+  std::optional<Row_result> first;
+  if (may_run_in_small_context(arguments)) {
+    first = small_context_row();
+  }
+  const Row_result result = first ? *first : call_row();
   if (result.kind == Row_result::Kind::string && holds_in_copies(result.text.data())) {
     guard.keep();
   }
   return result;
+}
+
+bool Function_instance::may_run_in_small_context(std::span<const Argument> arguments) const {
+  if (arguments.size() != description_.arguments.size()) {
+    return false;
+  }
+  bool has_key = false;
+  for (std::size_t i = 0; i < description_.arguments.size(); ++i) {
+    if (description_.arguments[i] == Argument_kind::key) {
+      if (!reads_alike_in_small_context(arguments[i].bytes())) {
+        return false;
+      }
+      has_key = true;
+    }
+  }
+  return has_key;
+}
+
+// Nothing if the row has to run in the default context.
+std::optional<Row_result> Function_instance::small_context_row() {
+  const Small_context_scope scope;
+  if (!scope) {
+    return std::nullopt;
+  }
+  const Discarded_records records;
+  try {
+    const Row_result result = call_row();
+    const bool is_value =
+        result.kind == Row_result::Kind::string || result.kind == Row_result::Kind::integer;
+    if (is_value && records.count() == 0) {
+      return result;
+    }
+  } catch (const std::bad_alloc &) {
+    // The default context's run decides.
+  }
+  return std::nullopt;
+}
+
+Row_result Function_instance::call_row() {
+  return result_type() == INT_RESULT ? integer_row() : string_row();
 }
 
 Row_result Function_instance::string_row() {

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -249,6 +250,9 @@ class Function_instance {
   Function_instance(Function_pin function, std::span<const Item_result> types);
 
   Status run_init();
+  bool may_run_in_small_context(std::span<const Argument> arguments) const;
+  std::optional<Row_result> small_context_row();
+  Row_result call_row();
   Row_result string_row();
   Row_result integer_row();
   Row_result error(const char *what);
@@ -258,6 +262,7 @@ class Function_instance {
   void wipe_copies() noexcept;
 
   Function_pin function_;
+  const Function_description &description_;
   UDF_INIT instance_{};
   std::vector<Item_result> types_;
 

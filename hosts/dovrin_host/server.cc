@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "dovrin_host/loader.h"
+#include "dovrin_host/row_context.h"
 #include "dovrin_host/services.h"
 
 namespace dovrin_host {
@@ -83,6 +84,7 @@ Server &Server::instance() {
 Server::Server() : state_{service_state()} {
   keep_this_library_loaded();
   UI_set_default_method(UI_null());
+  set_small_context_use(small_context_use_of_environment());
 }
 
 Server::~Server() = default;

@@ -1,0 +1,427 @@
+// A row in the small library context gives what the same row gives in the default context.
+
+#include "dovrin_host/row_context.h"
+
+#include <gtest/gtest.h>
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/provider.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "dovrin_host/server.h"
+#include "printers.h"
+#include "records.h"
+#include "support/fixture.h"
+
+namespace dovrin_host {
+
+namespace {
+
+using halvex_test::fixture;
+
+constexpr const char *component_name = "dovrin::component_halvex_encryption";
+constexpr const char *legacy_padding = "component_halvex_encryption.rsa_support_legacy_padding";
+
+struct Context_deleter {
+  void operator()(OSSL_LIB_CTX *context) const { OSSL_LIB_CTX_free(context); }
+};
+using Context_ptr = std::unique_ptr<OSSL_LIB_CTX, Context_deleter>;
+
+struct Provider_deleter {
+  void operator()(OSSL_PROVIDER *provider) const { OSSL_PROVIDER_unload(provider); }
+};
+using Provider_ptr = std::unique_ptr<OSSL_PROVIDER, Provider_deleter>;
+
+OSSL_LIB_CTX *thread_default() { return OSSL_LIB_CTX_set0_default(nullptr); }
+
+bool enters_small_context() {
+  const Small_context_scope scope;
+  return static_cast<bool>(scope);
+}
+
+class RowContextTest : public testing::Test {
+ protected:
+  RowContextTest() { set_small_context_use(Small_context_use::always); }
+  ~RowContextTest() override { set_small_context_use(Small_context_use::where_it_pays); }
+};
+
+TEST_F(RowContextTest, ChangesTheThreadsDefaultWhileTheScopeLasts) {
+  OSSL_LIB_CTX *const before = thread_default();
+  OSSL_LIB_CTX *first = nullptr;
+  {
+    const Small_context_scope scope;
+    ASSERT_TRUE(scope);
+    first = thread_default();
+    EXPECT_NE(first, before);
+  }
+  EXPECT_EQ(thread_default(), before);
+  const Small_context_scope again;
+  EXPECT_EQ(thread_default(), first) << "one context per thread";
+}
+
+TEST_F(RowContextTest, EveryThreadHasItsOwn) {
+  const Small_context_scope scope;
+  OSSL_LIB_CTX *other = nullptr;
+  std::thread{[&] {
+    const Small_context_scope other_scope;
+    other = thread_default();
+  }}.join();
+  EXPECT_NE(other, thread_default());
+}
+
+TEST_F(RowContextTest, StaysOutWhenSwitchedOff) {
+  set_small_context_use(Small_context_use::never);
+  EXPECT_FALSE(enters_small_context());
+}
+
+TEST_F(RowContextTest, StaysOutBesideAnotherThreadDefault) {
+  const Context_ptr own{OSSL_LIB_CTX_new()};
+  OSSL_LIB_CTX *const former = OSSL_LIB_CTX_set0_default(own.get());
+  EXPECT_FALSE(enters_small_context());
+  EXPECT_EQ(thread_default(), own.get());
+  OSSL_LIB_CTX_set0_default(former);
+  EXPECT_TRUE(enters_small_context());
+}
+
+TEST_F(RowContextTest, StaysOutBesideAnotherProvider) {
+  {
+    const Provider_ptr null_provider{OSSL_PROVIDER_try_load(nullptr, "null", 1)};
+    ASSERT_NE(null_provider, nullptr);
+    EXPECT_FALSE(enters_small_context());
+  }
+  EXPECT_TRUE(enters_small_context());
+}
+
+TEST_F(RowContextTest, StaysOutWhenDefaultPropertiesHideRsa) {
+  ASSERT_EQ(EVP_set_default_properties(nullptr, "fips=yes"), 1);
+  EXPECT_FALSE(enters_small_context());
+  ASSERT_EQ(EVP_set_default_properties(nullptr, ""), 1);
+  EXPECT_TRUE(enters_small_context());
+}
+
+// Asks from a destructor that runs after the thread's small context is gone.
+struct Asks_while_ending {
+  bool *entered;
+  ~Asks_while_ending() { *entered = enters_small_context(); }
+};
+
+TEST_F(RowContextTest, StaysOutWhileTheThreadEnds) {
+  bool entered_before = false;
+  bool entered_while_ending = true;
+  std::thread{[&] {
+    // Made before the context, so destroyed after it.
+    static thread_local Asks_while_ending late{&entered_while_ending};
+    static_cast<void>(late);
+    entered_before = enters_small_context();
+  }}.join();
+  EXPECT_TRUE(entered_before);
+  EXPECT_FALSE(entered_while_ending);
+}
+
+TEST_F(RowContextTest, AChildProcessMakesItsOwn) {
+  OSSL_LIB_CTX *parents = nullptr;
+  {
+    const Small_context_scope scope;
+    parents = thread_default();
+  }
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    const Small_context_scope scope;
+    _exit(scope && thread_default() != parents ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(RowContextTest, TheEnvironmentDecides) {
+  const auto use_with = [](const char *value) {
+    setenv("HALVEX_ROW_CONTEXT", value, 1);
+    const Small_context_use use = small_context_use_of_environment();
+    unsetenv("HALVEX_ROW_CONTEXT");
+    return use;
+  };
+  EXPECT_EQ(use_with("on"), Small_context_use::always);
+  EXPECT_EQ(use_with("off"), Small_context_use::never);
+  EXPECT_EQ(use_with("yes"), Small_context_use::where_it_pays);
+  EXPECT_EQ(small_context_use_of_environment(), Small_context_use::where_it_pays);
+}
+
+TEST(RowContextKeyTest, OnlyOneBlockOfAKnownLabelReadsAlike) {
+  EXPECT_TRUE(reads_alike_in_small_context(fixture("rsa2048.pem")));
+  EXPECT_TRUE(reads_alike_in_small_context(fixture("rsa2048-public.pem")));
+  EXPECT_TRUE(reads_alike_in_small_context(fixture("rsa2048-traditional.pem")));
+  EXPECT_TRUE(reads_alike_in_small_context("a comment\n" + fixture("rsa2048.pem") + "behind it\n"));
+
+  EXPECT_FALSE(reads_alike_in_small_context(""));
+  EXPECT_FALSE(reads_alike_in_small_context("no key"));
+  EXPECT_FALSE(reads_alike_in_small_context("-----BEGIN"));
+  EXPECT_FALSE(reads_alike_in_small_context(fixture("rsa2048-rsa-public.pem")));
+  EXPECT_FALSE(reads_alike_in_small_context(fixture("rsa2048-encrypted.pem")));
+  EXPECT_FALSE(reads_alike_in_small_context(fixture("ec-p256.pem") + fixture("rsa2048.pem")));
+  EXPECT_FALSE(reads_alike_in_small_context(fixture("rsa2048.pem") + "-----BEGIN"));
+}
+
+struct Call {
+  std::string function;
+  std::vector<std::string> arguments;
+};
+
+struct Outcome {
+  Row_result::Kind kind = Row_result::Kind::null;
+  std::string bytes;
+  long long integer = 0;
+  std::vector<Log_record> records;
+
+  bool operator==(const Outcome &) const = default;
+};
+
+std::ostream &operator<<(std::ostream &out, const Outcome &outcome) {
+  return out << "kind " << static_cast<int>(outcome.kind) << ", " << outcome.bytes.size()
+             << " bytes, integer " << outcome.integer << ", records "
+             << testing::PrintToString(outcome.records);
+}
+
+Outcome run(const Call &call, Small_context_use use) {
+  set_small_context_use(use);
+  const Listener listener;
+  const std::vector<Item_result> types(call.arguments.size(), STRING_RESULT);
+  auto instance = Server::instance().open_function(call.function, types);
+  EXPECT_TRUE(instance.ok()) << instance.message();
+  std::vector<Argument> arguments;
+  for (const std::string &argument : call.arguments) {
+    arguments.push_back(Argument::string(argument));
+  }
+  const Row_result row = instance.value()->row(arguments);
+  return {row.kind, std::string{row.text}, row.integer, listener.records()};
+}
+
+// The fixtures of one key pair, by their names without ".pem".
+struct Key_pair {
+  const char *private_key;
+  const char *public_key;
+};
+
+constexpr Key_pair key_pairs[]{
+    {"rsa2048", "rsa2048-public"},
+    {"rsa2048-traditional", "rsa2048-rsa-public"},
+    {"rsa2048-other", "rsa2048-other-public"},
+    {"rsa2048-three-primes", "rsa2048-three-primes-public"},
+    {"rsa-pss2048", "rsa-pss2048-public"},
+    {"rsa-tiny", "rsa-tiny-public"},
+    {"ec-p256", "ec-p256-public"},
+    {"ed25519", "ed25519-public"},
+    {"dsa2048", "dsa2048-public"},
+    {"rsa2048-encrypted", "rsa2048-public-with-words"},
+};
+
+// Calls with keys of every kind, whole, damaged and in company, from one seed.
+class Random_calls {
+ public:
+  explicit Random_calls(unsigned seed) : engine_{seed} {}
+
+  // A number below `bound`.
+  std::size_t below(std::size_t bound) {
+    return std::uniform_int_distribution<std::size_t>{0, bound - 1}(engine_);
+  }
+
+  bool one_in(std::size_t count) { return below(count) == 0; }
+
+  const Key_pair &pair() {
+    // Half of all calls are about the ordinary pair.
+    return one_in(2) ? key_pairs[0] : key_pairs[below(std::size(key_pairs))];
+  }
+
+  std::string key(const char *name) {
+    std::string text = fixture(std::string{name} + ".pem");
+    switch (below(10)) {
+      case 0:
+        text.resize(below(text.size() + 1));
+        break;
+      case 1:
+        for (std::size_t i = 0, count = 1 + below(3); i < count; ++i) {
+          text[below(text.size())] = static_cast<char>(below(256));
+        }
+        break;
+      case 2:
+        text = fixture(std::string{any_key()} + ".pem") + text;
+        break;
+      case 3:
+        text += fixture(std::string{any_key()} + ".pem");
+        break;
+      case 4:
+        text = "# a comment\n" + text + "trailing words\n";
+        break;
+      case 5:
+        replace_all(text, "\n", one_in(2) ? "\r\n" : " ");
+        break;
+      case 6:
+        replace_all(text, one_in(2) ? "PUBLIC" : "PRIVATE", one_in(2) ? "PRIVATE" : "PUBLIC");
+        break;
+      case 7:
+        text.erase(below(text.size()), 1 + below(4));
+        break;
+      default:
+        break;
+    }
+    return text;
+  }
+
+  const char *any_key() {
+    const Key_pair &any = key_pairs[below(std::size(key_pairs))];
+    return one_in(2) ? any.private_key : any.public_key;
+  }
+
+  const char *digest() {
+    static constexpr const char *names[]{"SHA224",   "sha256",   "SHA512",
+                                         "SHA3-256", "SHA3-512", "MD5"};
+    return names[below(std::size(names))];
+  }
+
+ private:
+  static void replace_all(std::string &text, const std::string &old, const std::string &by) {
+    for (auto at = text.find(old); at != std::string::npos; at = text.find(old, at + by.size())) {
+      text.replace(at, old.size(), by);
+    }
+  }
+
+  std::mt19937 engine_;
+};
+
+class RowContextDifferenceTest : public RowContextTest {
+ protected:
+  RowContextDifferenceTest() {
+    const Status installed = Server::instance().install(COMPONENT_FILE);
+    EXPECT_TRUE(installed.ok()) << installed.message();
+  }
+  ~RowContextDifferenceTest() override {
+    set_legacy(false);
+    const Status uninstalled = Server::instance().uninstall(component_name);
+    EXPECT_TRUE(uninstalled.ok()) << uninstalled.message();
+  }
+
+  static void set_legacy(bool on) {
+    const Status set = Server::instance().variables().set(legacy_padding, Setting{on});
+    EXPECT_TRUE(set.ok()) << set.message();
+  }
+
+  // Both contexts give the same; returns the outcome in the small one.
+  static Outcome expect_same(const Call &call) {
+    const Outcome by_default = run(call, Small_context_use::never);
+    Outcome small = run(call, Small_context_use::always);
+    EXPECT_EQ(small, by_default) << testing::PrintToString(call.arguments);
+    return small;
+  }
+
+  // The same for a function with a random value. Values of RSA keys have one length; the DER
+  // encoding of an ECDSA or DSA signature, which is shorter than any RSA value here, has not.
+  static Outcome expect_same_but_bytes(const Call &call) {
+    Outcome by_default = run(call, Small_context_use::never);
+    Outcome small = run(call, Small_context_use::always);
+    constexpr std::size_t longest_der_signature = 72;
+    if (std::max(small.bytes.size(), by_default.bytes.size()) > longest_der_signature) {
+      EXPECT_EQ(small.bytes.size(), by_default.bytes.size());
+    }
+    EXPECT_EQ(small.bytes.empty(), by_default.bytes.empty());
+    by_default.bytes = small.bytes;
+    EXPECT_EQ(small, by_default) << testing::PrintToString(call.arguments);
+    return small;
+  }
+};
+
+constexpr auto string_value = Row_result::Kind::string;
+
+TEST_F(RowContextDifferenceTest, RandomCallsGiveTheSameInBothContexts) {
+  const char *const wanted = std::getenv("HALVEX_RANDOM_CALLS");
+  const int rounds = wanted != nullptr ? std::atoi(wanted) / 6 : 150;
+  const char *const seed = std::getenv("HALVEX_RANDOM_SEED");
+  Random_calls random{seed != nullptr ? static_cast<unsigned>(std::atoi(seed)) : 1U};
+  int values = 0;
+
+  for (int round = 0; round < rounds && !HasFailure(); ++round) {
+    set_legacy(random.one_in(4));
+    const Key_pair &pair = random.pair();
+    const std::string private_key = random.key(pair.private_key);
+    const std::string public_key = random.key(pair.public_key);
+    const std::string data(1 + random.below(random.one_in(8) ? 300 : 60), 'd');
+    const std::string digest = random.digest();
+
+    values += expect_same({"create_asymmetric_pub_key", {"RSA", private_key}}).kind == string_value;
+
+    const Outcome ciphertext =
+        expect_same_but_bytes({"asymmetric_encrypt", {"RSA", data, public_key}});
+    values += ciphertext.kind == string_value;
+    std::string encrypted = ciphertext.kind == string_value ? ciphertext.bytes : data;
+    if (random.one_in(4)) {
+      encrypted[random.below(encrypted.size())] ^= 1;
+    }
+    // A made-up plaintext, which newer libraries give with the legacy switch on, depends on key and
+    // ciphertext alone. the key alone.
+    values +=
+        expect_same({"asymmetric_decrypt", {"RSA", encrypted, private_key}}).kind == string_value;
+
+    const Outcome signature =
+        expect_same_but_bytes({"asymmetric_sign", {"RSA", data, private_key, digest}});
+    values += signature.kind == string_value;
+    std::string signed_bytes = signature.kind == string_value ? signature.bytes : data;
+    if (random.one_in(4)) {
+      signed_bytes[random.below(signed_bytes.size())] ^= 1;
+    }
+    expect_same({"asymmetric_verify", {"RSA", data, signed_bytes, public_key, digest}});
+    expect_same(
+        {"asymmetric_verify",
+         {"RSA", data, signed_bytes, fixture(std::string{pair.public_key} + ".pem"), digest}});
+  }
+  EXPECT_GT(values, rounds) << "most calls must have reached the library";
+}
+
+TEST_F(RowContextDifferenceTest, ValuesOfTheSmallContextAreRightInTheDefaultOne) {
+  const std::string private_key = fixture("rsa2048.pem");
+  const std::string public_key = fixture("rsa2048-public.pem");
+  const Outcome ciphertext =
+      run({"asymmetric_encrypt", {"RSA", "text", public_key}}, Small_context_use::always);
+  EXPECT_EQ(
+      run({"asymmetric_decrypt", {"RSA", ciphertext.bytes, private_key}}, Small_context_use::never)
+          .bytes,
+      "text");
+  const Outcome signature =
+      run({"asymmetric_sign", {"RSA", "text", private_key, "SHA256"}}, Small_context_use::always);
+  EXPECT_EQ(run({"asymmetric_verify", {"RSA", "text", signature.bytes, public_key, "SHA256"}},
+                Small_context_use::never)
+                .integer,
+            1);
+}
+
+TEST_F(RowContextDifferenceTest, ThreadsComeAndGo) {
+  const Call call{"create_asymmetric_pub_key", {"RSA", fixture("rsa2048.pem")}};
+  for (int round = 0; round < 50; ++round) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([&] {
+        const std::vector<Item_result> types(2, STRING_RESULT);
+        auto instance = Server::instance().open_function(call.function, types);
+        const std::vector<Argument> arguments{Argument::string(call.arguments[0]),
+                                              Argument::string(call.arguments[1])};
+        EXPECT_EQ(instance.value()->row(arguments).text, fixture("rsa2048-public.pem"));
+      });
+    }
+    for (std::thread &thread : threads) {
+      thread.join();
+    }
+  }
+}
+
+}  // namespace
+
+}  // namespace dovrin_host
