@@ -15,6 +15,7 @@ source "$source_folder/hosts/postgresql/clusters/clusters.bash"
 fail() {
   local log
   for log in "$clusters_folder"/*/server.log; do
+    [[ -f $log ]] || continue
     printf '%s\n' "--- $log" >&2
     tail -n 40 -- "$log" >&2
   done
