@@ -22,7 +22,7 @@ SELECT pg_reload_conf() AS reloaded;
 SELECT pg_sleep(1) \g /dev/null
 SELECT create_asymmetric_priv_key('RSA', 3072) IS NOT NULL AS made;
 
-\echo What is not a multiple of 1024 from 2048 to 16384 is refused:
+\echo What is not a multiple of 1024 from 2048 to 16384 is rejected:
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 3000;
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 32768;
 

@@ -135,7 +135,7 @@ TEST_F(ComponentCallsTest, RecordsComeOldestFirst) {
   EXPECT_EQ(host::oldest_record(), nullptr);
 }
 
-TEST_F(ComponentCallsTest, RefusalHasExactlyTheComponentsText) {
+TEST_F(ComponentCallsTest, RejectedCallHasExactlyTheComponentsText) {
   Open_site site{"create_digest", {text("SHA256")}};
   EXPECT_EQ(site.get(), nullptr);
   EXPECT_STREQ(host::failure_text(),

@@ -1,5 +1,6 @@
-// A component for tests: the real one, watched. It stands between the component and the server,
-// writes every init and deinit of a function instance to a file, and misbehaves on demand.
+// A component for tests: a call recorder around the real one. It stands between the component and
+// the server, writes every init and deinit of a function instance to a file, and misbehaves on
+// demand.
 //
 // Environment of the server: HALVEX_PROBED_COMPONENT is the real component's file,
 // HALVEX_PROBE_FILE the file that gets one line "init NAME PID" or "deinit NAME PID" each.
@@ -23,21 +24,21 @@
 
 namespace {
 
-struct Watched_function {
+struct Recorded_function {
   const char *name;
   Udf_func_any row;
   Udf_func_init init;
   Udf_func_deinit deinit;
 };
 
-std::array<Watched_function, 7> functions{};
+std::array<Recorded_function, 7> functions{};
 std::size_t function_count = 0;
 
 void *server_registration = nullptr;          // the server's own table
 void **component_registration = nullptr;      // the slot that the component reads
 const Dovrin_component *component = nullptr;  // the real one
 
-void note(const char *event, const Watched_function &function) {
+void note(const char *event, const Recorded_function &function) {
   const std::string line =
       std::string{event} + ' ' + function.name + ' ' + std::to_string(getpid()) + '\n';
   const char *const path = std::getenv("HALVEX_PROBE_FILE");
@@ -90,7 +91,7 @@ long long integer_row(UDF_INIT *instance, UDF_ARGS *args, unsigned char *is_null
   return reinterpret_cast<Udf_func_longlong>(functions[index].row)(instance, args, is_null, error);
 }
 
-struct Watchers {
+struct Recorders {
   Udf_func_init init;
   Udf_func_deinit deinit;
   Udf_func_string string_row;
@@ -98,31 +99,32 @@ struct Watchers {
 };
 
 template <std::size_t... index>
-constexpr std::array<Watchers, sizeof...(index)> make_watchers(std::index_sequence<index...>) {
-  return {Watchers{init<index>, deinit<index>, string_row<index>, integer_row<index>}...};
+constexpr std::array<Recorders, sizeof...(index)> make_recorders(std::index_sequence<index...>) {
+  return {Recorders{init<index>, deinit<index>, string_row<index>, integer_row<index>}...};
 }
 
-constexpr auto watchers = make_watchers(std::make_index_sequence<7>{});
+constexpr auto recorders = make_recorders(std::make_index_sequence<7>{});
 
-int register_watched(const char *name, Item_result type, Udf_func_any row, Udf_func_init init,
-                     Udf_func_deinit deinit) {
+int register_recorder(const char *name, Item_result type, Udf_func_any row, Udf_func_init init,
+                      Udf_func_deinit deinit) {
   if (function_count == functions.size()) {
     return 1;
   }
   functions[function_count] = {name, row, init, deinit};
-  const Watchers &watcher = watchers[function_count++];
-  const auto watched_row = type == INT_RESULT ? reinterpret_cast<Udf_func_any>(watcher.integer_row)
-                                              : reinterpret_cast<Udf_func_any>(watcher.string_row);
+  const Recorders &recorder = recorders[function_count++];
+  const auto recorder_row = type == INT_RESULT
+                                ? reinterpret_cast<Udf_func_any>(recorder.integer_row)
+                                : reinterpret_cast<Udf_func_any>(recorder.string_row);
   return static_cast<const Dovrin_udf_registration *>(server_registration)
-      ->udf_register(name, type, watched_row, watcher.init, watcher.deinit);
+      ->udf_register(name, type, recorder_row, recorder.init, recorder.deinit);
 }
 
-int unregister_watched(const char *name, int *was_registered) {
+int unregister_recorder(const char *name, int *was_registered) {
   return static_cast<const Dovrin_udf_registration *>(server_registration)
       ->udf_unregister(name, was_registered);
 }
 
-Dovrin_udf_registration registration{register_watched, unregister_watched};
+Dovrin_udf_registration registration{register_recorder, unregister_recorder};
 
 int init_component() {
   *component_registration = &registration;

@@ -5,7 +5,7 @@
 # server finds those folders relative to itself, so nothing is written into the system), one data
 # folder per server, and one folder per unix socket; no server listens on a network. The folder and
 # the servers are gone when the script ends. Started by root, the servers run as the user
-# `postgres`, because a server refuses to run as root.
+# `postgres`, because a server does not run as root.
 #
 # The caller sets `build` to a CMake build folder, then: open_clusters, start_cluster NAME or
 # start_shards N, and psql_on NAME [psql option]... as often as it likes.

@@ -7,7 +7,7 @@ SELECT create_asymmetric_priv_key('RSA', 'many');
 SELECT create_asymmetric_priv_key('RSA', '2048'::text);
 SELECT asymmetric_verify('RSA', 'message', 1, 'key', 'SHA256');
 
--- What passes them by another declaration is refused by the component, in its own words.
+-- Calls through other declarations are rejected by the component, with its own texts.
 CREATE FUNCTION priv_key(text) RETURNS text
   AS '$libdir/halvex_encryption', 'halvex_create_asymmetric_priv_key' LANGUAGE C;
 CREATE FUNCTION priv_key(bigint, bigint) RETURNS text
@@ -74,7 +74,7 @@ SELECT digest(1, 'abc');
 SELECT digest('SHA256', 1);
 SELECT digest();
 
--- Types that no component knows, and results that do not fit, are refused before any call.
+-- Types that no component knows, and results that do not fit, are rejected before any call.
 CREATE FUNCTION digest(text, date) RETURNS bytea
   AS '$libdir/halvex_encryption', 'halvex_create_digest' LANGUAGE C;
 CREATE FUNCTION digest_as_number(text, text) RETURNS bigint
@@ -88,7 +88,7 @@ SELECT digest_as_number('SHA256', 'abc');
 SELECT digest_as_text('SHA256', 'abc');
 SELECT verify_as_text('RSA', 'data', '', 'key', 'SHA256');
 
--- A refusal ends its statement and nothing else.
+-- A rejected call ends its statement and nothing else.
 BEGIN;
 SAVEPOINT before;
 SELECT digest('SHA256', 1);
