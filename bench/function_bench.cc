@@ -16,8 +16,8 @@
 
 #include "support/fixture.h"
 #include "support/loaded_component.h"
-#include "support/openssl_library.h"
 #include "support/raw_call.h"
+#include "support/reference_implementation.h"
 
 namespace {
 

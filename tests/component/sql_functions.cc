@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "peer.h"
 #include "support/fixture.h"
+#include "support/reference_implementation.h"
 
 namespace halvex_test {
 namespace {
@@ -55,7 +55,7 @@ std::vector<Sql_function> make_functions() {
        STRING_RESULT,
        12800,
        "decrypt",
-       {"RSA", peer_encrypt(public_key, "hello", 4), private_key},
+       {"RSA", reference_encrypt(public_key, "hello", 4), private_key},
        {algorithm, type_refusal("string arguments for content to be decrypted"),
         private_key_refusal},
        "Non-null value for algorithm, private key and data",
@@ -75,7 +75,7 @@ std::vector<Sql_function> make_functions() {
        INT_RESULT,
        0,
        "verify",
-       {"RSA", "hello", peer_sign_pss(private_key, "SHA256", "hello"), public_key, "SHA256"},
+       {"RSA", "hello", reference_sign_pss(private_key, "SHA256", "hello"), public_key, "SHA256"},
        {algorithm, type_refusal("string arguments for content to be verified"),
         type_refusal("string arguments for signature"), public_key_refusal, digest_type},
        "Non-null value for algorithm, private key, digest type, digest and data",

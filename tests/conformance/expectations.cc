@@ -7,7 +7,7 @@
 #include <cctype>
 #include <map>
 
-#include "support/openssl_library.h"
+#include "support/reference_implementation.h"
 
 namespace halvex_test {
 
@@ -70,9 +70,7 @@ bool length_is_supported(EVP_PKEY *key, const std::string &pem, const std::strin
   if (static_cast<unsigned long long>(limit) >= text.size()) {
     return true;
   }
-  records.push_back(
-      error_record(13924, 202, "rsa_implementation", "supported_length",
-                   {std::to_string(text.size()), function, "RSA", std::to_string(limit)}));
+  records.push_back(data_too_long(function, text.size(), limit));
   return false;
 }
 
@@ -101,8 +99,7 @@ bool attempt_decryption(const std::string &text, const std::string &pem, int pad
     }
     expectation.records.push_back(library_record(decrypt));
   }
-  expectation.records.push_back(error_record(13926, 435, "functions", "operator()",
-                                             {decrypt, "RSA", std::to_string(text.size())}));
+  expectation.records.push_back(decryption_failed(text.size()));
   return false;
 }
 
@@ -154,8 +151,7 @@ Expectation expected_public_key(const std::string &private_pem) {
     return expectation;
   }
   expectation.records.push_back(library_record(derive));
-  expectation.records.push_back(
-      error_record(13923, 277, "functions", "generate_public_key", {"RSA", derive}));
+  expectation.records.push_back(public_key_failed());
   return expectation;
 }
 
@@ -173,8 +169,7 @@ Expectation expected_encryption(const std::string &text, const std::string &pem)
     }
     expectation.records.push_back(library_record(encrypt));
   }
-  expectation.records.push_back(error_record(13925, 354, "functions", "encrypt",
-                                             {encrypt, "RSA", std::to_string(text.size())}));
+  expectation.records.push_back(encryption_failed(text.size()));
   return expectation;
 }
 
@@ -205,8 +200,7 @@ Expectation expected_signature(const std::string &text, const std::string &pem,
     }
     expectation.records.push_back(library_record(sign));
   }
-  expectation.records.push_back(
-      error_record(13927, any_line, "functions", "sign", {sign, "RSA", upper_cased(digest_name)}));
+  expectation.records.push_back(signing_failed(upper_cased(digest_name)));
   return expectation;
 }
 

@@ -10,7 +10,7 @@
 
 #include "conformance/expectations.h"
 #include "conformance/vector_files.h"
-#include "support/openssl_library.h"
+#include "support/reference_implementation.h"
 
 namespace halvex_test {
 namespace {

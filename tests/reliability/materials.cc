@@ -4,7 +4,7 @@
 #include <openssl/rsa.h>
 
 #include "support/fixture.h"
-#include "support/openssl_library.h"
+#include "support/reference_implementation.h"
 
 namespace halvex_test {
 namespace {

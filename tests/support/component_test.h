@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "support/call_site.h"
+#include "support/expected_records.h"
 #include "support/fixture.h"
 #include "support/loaded_component.h"
-#include "support/record.h"
 #include "support/recording_server.h"
 
 namespace halvex_test {

@@ -1,7 +1,7 @@
 // create_digest.
 
-#include "peer.h"
 #include "support/component_test.h"
+#include "support/reference_implementation.h"
 
 namespace halvex_test {
 namespace {
@@ -23,7 +23,7 @@ TEST_F(DigestFunction, EveryNameGivesItsDigest) {
       {"SHA3-384", "SHA3-384"}, {"SHA3-512", "SHA3-512"}};
   for (const std::string &text : {std::string("abc"), std::string(), std::string(100000, 'x')}) {
     for (const auto &[name, openssl_name] : names) {
-      EXPECT_EQ(digest(name, text).row.bytes, peer_digest(openssl_name, text)) << name;
+      EXPECT_EQ(digest(name, text).row.bytes, reference_digest(openssl_name, text)) << name;
     }
   }
   EXPECT_THAT(server.records(), IsEmpty());
@@ -55,12 +55,12 @@ TEST_F(DigestFunction, Sha3With256IsTheSame28BytesAsSha3With224) {
 TEST_F(DigestFunction, EmptyTextIsHashed) {
   const Row_result row = digest("SHA256", "").row;
   EXPECT_FALSE(row.is_null);
-  EXPECT_EQ(row.bytes, peer_digest("SHA256", ""));
+  EXPECT_EQ(row.bytes, reference_digest("SHA256", ""));
 }
 
 TEST_F(DigestFunction, TextWithNulBytesIsHashedWhole) {
   const std::string text("a\0b\0", 4);
-  EXPECT_EQ(digest("SHA256", text).row.bytes, peer_digest("SHA256", text));
+  EXPECT_EQ(digest("SHA256", text).row.bytes, reference_digest("SHA256", text));
 }
 
 TEST_F(DigestFunction, EmptyUnknownOrDifferentlySpelledNameIsNullWithoutARecord) {
@@ -79,7 +79,7 @@ TEST_F(DigestFunction, EmptyUnknownOrDifferentlySpelledNameIsNullWithoutARecord)
 
 TEST_F(DigestFunction, NameEndsAtItsFirstNulByte) {
   EXPECT_EQ(digest(std::string("SHA256\0 and more", 16), "abc").row.bytes,
-            peer_digest("SHA256", "abc"));
+            reference_digest("SHA256", "abc"));
   EXPECT_THAT(digest(std::string("\0SHA256", 7), "abc"), IsSqlNull());
 }
 
@@ -96,7 +96,7 @@ TEST_F(DigestFunction, BufferThatTheServerDeclaredShorterThanTheDigestGivesNullW
   site.instance().max_length = 31;
   EXPECT_THAT(site.row(), IsSqlNull());
   site.instance().max_length = 32;
-  EXPECT_EQ(site.row().bytes, peer_digest("SHA256", "abc"));
+  EXPECT_EQ(site.row().bytes, reference_digest("SHA256", "abc"));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 

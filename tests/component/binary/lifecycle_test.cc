@@ -119,9 +119,9 @@ TEST_F(Lifecycle, RefusedKeySizeVariableStopsThePaddingVariableButNotTheFunction
   EXPECT_EQ(slice(calls, 1, 8), functions("register_function"));
   EXPECT_THAT(slice(calls, 8, 15), UnorderedElementsAreArray(functions("unregister_function")));
   EXPECT_THAT(server.functions(), IsEmpty());
-  EXPECT_THAT(server.records(),
-              ElementsAre(error_record(13915, 41, "utilities", "add",
-                                       {"component_halvex_encryption.maximum_rsa_key_size"})));
+  EXPECT_THAT(
+      server.records(),
+      ElementsAre(variable_not_registered("component_halvex_encryption.maximum_rsa_key_size")));
 }
 
 TEST_F(Lifecycle, RefusedPaddingVariableWithdrawsTheOtherVariableThenTheFunctions) {
@@ -133,9 +133,8 @@ TEST_F(Lifecycle, RefusedPaddingVariableWithdrawsTheOtherVariableThenTheFunction
   EXPECT_EQ(slice(calls, 2, 9), functions("register_function"));
   EXPECT_EQ(calls[9], unregister_key_size);
   EXPECT_THAT(slice(calls, 10, 17), UnorderedElementsAreArray(functions("unregister_function")));
-  EXPECT_THAT(server.records(), ElementsAre(error_record(
-                                    13915, 41, "utilities", "add",
-                                    {"component_halvex_encryption.rsa_support_legacy_padding"})));
+  EXPECT_THAT(server.records(), ElementsAre(variable_not_registered(
+                                    "component_halvex_encryption.rsa_support_legacy_padding")));
 }
 
 TEST_F(Lifecycle, RefusedFourthFunctionLeavesTheLaterOnesUnattemptedAndWithdrawsTheRest) {
@@ -148,8 +147,7 @@ TEST_F(Lifecycle, RefusedFourthFunctionLeavesTheLaterOnesUnattemptedAndWithdraws
   EXPECT_THAT(slice(calls, 8, 11), UnorderedElementsAreArray(functions("unregister_function", 3)));
   EXPECT_THAT(server.functions(), IsEmpty());
   EXPECT_THAT(server.variables(), IsEmpty());
-  EXPECT_THAT(server.records(), ElementsAre(error_record(13917, 83, "utilities", "add_scalar",
-                                                         {"asymmetric_decrypt"})));
+  EXPECT_THAT(server.records(), ElementsAre(function_not_registered("asymmetric_decrypt")));
 }
 
 TEST_F(Lifecycle, RefusalOfAnyOneFunctionLeavesNothingRegistered) {
@@ -163,8 +161,7 @@ TEST_F(Lifecycle, RefusalOfAnyOneFunctionLeavesNothingRegistered) {
               functions("register_function", refused + 1));
     EXPECT_THAT(server.functions(), IsEmpty());
     EXPECT_THAT(server.variables(), IsEmpty());
-    EXPECT_THAT(server.records(), ElementsAre(error_record(13917, 83, "utilities", "add_scalar",
-                                                           {function_names[refused]})));
+    EXPECT_THAT(server.records(), ElementsAre(function_not_registered(function_names[refused])));
   }
 }
 
@@ -174,10 +171,10 @@ TEST_F(Lifecycle, FailedRollbackStillGivesOneAndIsRetriedByDeinit) {
   server.refuse_to_unregister_function("asymmetric_sign", 1);
   EXPECT_EQ(component.init(), 1);
   EXPECT_THAT(server.records(),
-              ElementsAre(error_record(13917, 83, "utilities", "add_scalar", {"create_digest"}),
-                          error_record(13916, 58, "utilities", "unregister",
-                                       {"component_halvex_encryption.rsa_support_legacy_padding"}),
-                          error_record(13918, 98, "utilities", "unregister", {"asymmetric_sign"})));
+              ElementsAre(function_not_registered("create_digest"),
+                          variable_not_unregistered(
+                              "component_halvex_encryption.rsa_support_legacy_padding"),
+                          function_not_unregistered("asymmetric_sign")));
   server.accept_everything();
   server.forget_calls();
   EXPECT_EQ(component.deinit(), 0);
@@ -205,8 +202,8 @@ TEST_F(Lifecycle, RefusedVariableWithdrawalIsReportedAndOnlyThatOneIsRetried) {
   server.refuse_to_unregister_variable("maximum_rsa_key_size");
   EXPECT_EQ(component.deinit(), 1);
   EXPECT_THAT(server.functions(), IsEmpty());
-  const Record refusal = error_record(13916, 58, "utilities", "unregister",
-                                      {"component_halvex_encryption.maximum_rsa_key_size"});
+  const Record refusal =
+      variable_not_unregistered("component_halvex_encryption.maximum_rsa_key_size");
   EXPECT_THAT(server.records(), ElementsAre(refusal));
 
   server.forget_calls();
@@ -223,8 +220,7 @@ TEST_F(Lifecycle, RefusedFunctionWithdrawalIsReportedAndRetried) {
   server.refuse_to_unregister_function("asymmetric_verify", 1);
   EXPECT_EQ(component.deinit(), 1);
   EXPECT_THAT(server.variables(), IsEmpty());
-  EXPECT_THAT(server.records(), ElementsAre(error_record(13918, 98, "utilities", "unregister",
-                                                         {"asymmetric_verify"})));
+  EXPECT_THAT(server.records(), ElementsAre(function_not_unregistered("asymmetric_verify")));
   server.accept_everything();
   server.forget_calls();
   EXPECT_EQ(component.deinit(), 0);
@@ -263,11 +259,10 @@ TEST_F(Lifecycle, UnloadingRetriesWhatDeinitCouldNotWithdraw) {
   component.unload();
   EXPECT_THAT(server.registration_calls(),
               ElementsAre("unregister_function create_digest", unregister_padding));
-  EXPECT_THAT(
-      server.records(),
-      ElementsAre(error_record(13918, 98, "utilities", "unregister", {"create_digest"}),
-                  error_record(13916, 58, "utilities", "unregister",
-                               {"component_halvex_encryption.rsa_support_legacy_padding"})));
+  EXPECT_THAT(server.records(),
+              ElementsAre(function_not_unregistered("create_digest"),
+                          variable_not_unregistered(
+                              "component_halvex_encryption.rsa_support_legacy_padding")));
 }
 
 TEST_F(Lifecycle, UnloadingWithoutInitAsksNothingOfTheServer) {

@@ -14,10 +14,6 @@ class SystemVariables : public Component_test {
  protected:
   Set_result set(long long value) const { return set_variable("maximum_rsa_key_size", value); }
   [[nodiscard]] int maximum() const { return integer_value("maximum_rsa_key_size"); }
-  Record refused_length(const std::string &length, const std::string &maximum) const {
-    return error_record(13921, 69, "rsa_implementation", "validate",
-                        {length, "create_asymmetric_priv_key", "RSA", "2048", maximum});
-  }
 };
 
 TEST_F(SystemVariables, AreAtTheirDefaultsAfterLoading) {
@@ -61,13 +57,13 @@ TEST_F(SystemVariables, KeyOfTheNewMaximumIsMadeAndOneBlockMoreIsRefused) {
   EXPECT_FALSE(call("create_asymmetric_priv_key", {"RSA", 2048}).row.is_null);
   EXPECT_THAT(server.records(), IsEmpty());
   EXPECT_THAT(call("create_asymmetric_priv_key", {"RSA", 3072}), IsSqlNull());
-  EXPECT_THAT(server.records(), ElementsAre(refused_length("3072", "2048")));
+  EXPECT_THAT(server.records(), ElementsAre(key_length_rejected("3072", 2048)));
 }
 
 TEST_F(SystemVariables, RaisedMaximumIsNamedInTheRefusalOfOneBlockMore) {
   ASSERT_EQ(set(8192), Set_result::accepted);
   EXPECT_THAT(call("create_asymmetric_priv_key", {"RSA", 9216}), IsSqlNull());
-  EXPECT_THAT(server.records(), ElementsAre(refused_length("9216", "8192")));
+  EXPECT_THAT(server.records(), ElementsAre(key_length_rejected("9216", 8192)));
 }
 
 TEST_F(SystemVariables, KeepTheirValuesWhenTheyAreWithdrawnAndRegisteredAgain) {

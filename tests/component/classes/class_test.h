@@ -8,8 +8,8 @@
 
 #include "halvex_encryption/component.h"
 #include "halvex_encryption/utilities.h"
-#include "peer.h"
 #include "support/component_test.h"
+#include "support/reference_implementation.h"
 
 namespace halvex_test {
 

@@ -62,7 +62,7 @@ TEST_F(KeyReader, KeepsFunctionNameAndUpperCasedAlgorithm) {
 // Which public labels are read is the library's own decision.
 TEST_F(KeyReader, BlockLabelledRsaPublicKeyIsWhatTheLibraryMakesOfIt) {
   const std::string pem = fixture("rsa2048-rsa-public.pem");
-  const bool reads = peer_reads_public(pem);
+  const bool reads = reference_reads_public(pem);
   const Key_reader reader = read(pem);
   EXPECT_FALSE(reader.is_private);
   EXPECT_EQ(reader.key != nullptr, reads);
@@ -72,7 +72,7 @@ TEST_F(KeyReader, BlockLabelledRsaPublicKeyIsWhatTheLibraryMakesOfIt) {
 
 TEST_F(KeyReader, PublicKeyWithTheWordsInACommentCountsAsPrivateAndIsNotRead) {
   const std::string pem = fixture("rsa2048-public-with-words.pem");
-  ASSERT_TRUE(peer_reads_public(pem));
+  ASSERT_TRUE(reference_reads_public(pem));
   const Key_reader reader = read(pem);
   EXPECT_TRUE(reader.is_private);
   EXPECT_EQ(reader.key, nullptr);

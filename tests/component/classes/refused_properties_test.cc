@@ -5,7 +5,7 @@
 
 #include "classes/class_test.h"
 #include "halvex_encryption/rsa_implementation.h"
-#include "peer.h"
+#include "support/reference_implementation.h"
 
 namespace halvex_test {
 namespace {
@@ -48,7 +48,7 @@ TEST_F(RefusedProperties, EndEncryptionSilently) {
 }
 
 TEST_F(RefusedProperties, EndDecryptionSilently) {
-  const std::string cipher = peer_encrypt(public_key, "text", RSA_PKCS1_OAEP_PADDING);
+  const std::string cipher = reference_encrypt(public_key, "text", RSA_PKCS1_OAEP_PADDING);
   EXPECT_TRUE(
       Refusing_encryption(private_key).decrypt(bytes(cipher), 256, bytes(out), 256, &length));
   EXPECT_EQ(length, 0U);
@@ -65,7 +65,7 @@ TEST_F(RefusedProperties, EndSigningSilently) {
 }
 
 TEST_F(RefusedProperties, EndVerificationSilently) {
-  const std::string signature = peer_sign_pss(private_key, "SHA256", "text");
+  const std::string signature = reference_sign_pss(private_key, "SHA256", "text");
   EXPECT_TRUE(
       Refusing_signature(public_key).verify(bytes("text"), 4, bytes(signature), 256, "SHA256"));
   EXPECT_THAT(server.records(), IsEmpty());

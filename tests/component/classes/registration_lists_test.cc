@@ -39,8 +39,7 @@ TEST_F(UdfList, RefusedFunctionIsReportedAndNotRecorded) {
   UDF_list list;
   server.refuse_function("one");
   EXPECT_TRUE(add(list, "one"));
-  EXPECT_THAT(server.records(),
-              ElementsAre(error_record(13917, 83, "utilities", "add_scalar", {"one"})));
+  EXPECT_THAT(server.records(), ElementsAre(function_not_registered("one")));
   server.forget_calls();
   EXPECT_FALSE(list.unregister());
   EXPECT_THAT(server.registration_calls(), IsEmpty());
@@ -98,8 +97,7 @@ TEST_F(UdfList, RefusedWithdrawalOfARegisteredFunctionIsReportedKeptAndRetriedAl
   ASSERT_FALSE(add(list, "two"));
   server.refuse_to_unregister_function("one", 1);
   EXPECT_TRUE(list.unregister());
-  EXPECT_THAT(server.records(),
-              ElementsAre(error_record(13918, 98, "utilities", "unregister", {"one"})));
+  EXPECT_THAT(server.records(), ElementsAre(function_not_unregistered("one")));
   server.accept_everything();
   server.forget_calls();
   EXPECT_FALSE(list.unregister());
@@ -170,8 +168,7 @@ TEST_F(SystemVariablesList, RefusedVariableIsReportedByItsFullNameAndNotRecorded
   System_variables_list list("component");
   server.refuse_variable("one");
   EXPECT_TRUE(add(list, "one"));
-  EXPECT_THAT(server.records(),
-              ElementsAre(error_record(13915, 41, "utilities", "add", {"component.one"})));
+  EXPECT_THAT(server.records(), ElementsAre(variable_not_registered("component.one")));
   server.forget_calls();
   EXPECT_FALSE(list.unregister());
   EXPECT_THAT(server.registration_calls(), IsEmpty());
@@ -192,8 +189,8 @@ TEST_F(SystemVariablesList, LongFullNamesAreCutInReports) {
   const std::string name(600, 'x');
   server.refuse_variable(name);
   EXPECT_TRUE(add(list, name.c_str()));
-  EXPECT_THAT(server.records(), ElementsAre(error_record(13915, 41, "utilities", "add",
-                                                         {("component." + name).substr(0, 511)})));
+  EXPECT_THAT(server.records(),
+              ElementsAre(variable_not_registered(("component." + name).substr(0, 511))));
 }
 
 TEST_F(SystemVariablesList, UnregisterOfAnEmptyListAsksNothing) {
@@ -219,7 +216,7 @@ TEST_F(SystemVariablesList, RefusedWithdrawalIsReportedKeptAndRetriedAlone) {
   ASSERT_FALSE(add(list, "two"));
   server.refuse_to_unregister_variable("one");
   EXPECT_TRUE(list.unregister());
-  const Record refusal = error_record(13916, 58, "utilities", "unregister", {"component.one"});
+  const Record refusal = variable_not_unregistered("component.one");
   EXPECT_THAT(server.records(), ElementsAre(refusal));
   server.forget_calls();
   EXPECT_TRUE(list.unregister());

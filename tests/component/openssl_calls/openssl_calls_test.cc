@@ -4,9 +4,9 @@
 #include <new>
 
 #include "openssl_calls/openssl_watch.h"
-#include "peer.h"
 #include "support/component_test.h"
 #include "support/elf_symbols.h"
+#include "support/reference_implementation.h"
 #include "support/sanitizers.h"
 
 namespace halvex_test {
@@ -250,7 +250,7 @@ Calls decryption(const std::string &number, const std::string &padding,
 }
 
 TEST_F(OpensslCalls, DecryptionAsksForTheSizeThenDecrypts) {
-  const std::string ciphertext = peer_encrypt(public_key, "hello", 4);
+  const std::string ciphertext = reference_encrypt(public_key, "hello", 4);
   EXPECT_THAT(calls_of("asymmetric_decrypt", {"RSA", ciphertext, private_key}),
               ElementsAreArray(reading_of_private_key(private_key) +
                                decryption("1", "4", "256", "5") + Calls{"ERR_clear_error"}));
@@ -258,7 +258,7 @@ TEST_F(OpensslCalls, DecryptionAsksForTheSizeThenDecrypts) {
 
 TEST_F(OpensslCalls, LegacyDecryptionFreesTheFirstKeyAndReadsItAgain) {
   switch_legacy_padding(true);
-  const std::string ciphertext = peer_encrypt(public_key, "hello", 1);
+  const std::string ciphertext = reference_encrypt(public_key, "hello", 1);
   const Calls calls = calls_of("asymmetric_decrypt", {"RSA", ciphertext, private_key});
   ASSERT_EQ(last_row.bytes, "hello");
   const Calls last_thirteen(calls.end() - 13, calls.end());
@@ -295,7 +295,7 @@ Calls pss_verification(const std::string &result) {
 
 TEST_F(OpensslCalls, VerificationUpdatesThenChecksTheSignature) {
   const std::string content(32, 'm');
-  const std::string signature = peer_sign_pss(private_key, "SHA256", content);
+  const std::string signature = reference_sign_pss(private_key, "SHA256", content);
   EXPECT_THAT(calls_of("asymmetric_verify", {"RSA", content, signature, public_key, "SHA256"}),
               ElementsAreArray(
                   reading_of_public_key(public_key) + pss_verification("1") +
@@ -304,8 +304,8 @@ TEST_F(OpensslCalls, VerificationUpdatesThenChecksTheSignature) {
 
 TEST_F(OpensslCalls, LegacyVerificationFreesTheFirstKeyReadsItAgainAndReportsNothing) {
   switch_legacy_padding(true);
-  const std::string digest = peer_digest("SHA256", "hello");
-  const std::string signature = peer_sign_digest(private_key, "SHA256", digest);
+  const std::string digest = reference_digest("SHA256", "hello");
+  const std::string signature = reference_sign_digest(private_key, "SHA256", digest);
   const Calls calls =
       calls_of("asymmetric_verify", {"RSA", digest, signature, public_key, "SHA256"});
   EXPECT_EQ(last_row.integer, 1);
@@ -406,7 +406,7 @@ TEST_F(ResultBuffer, MayBeReplacedByAnArrayOfTheServer) {
   delete[] site->instance().ptr;
   site->instance().ptr = new char[32];
   site->instance().max_length = 32;
-  EXPECT_EQ(site->row().bytes, peer_digest("SHA256", "abc"));
+  EXPECT_EQ(site->row().bytes, reference_digest("SHA256", "abc"));
   EXPECT_THAT(calls_of_deinit(), ElementsAre("OPENSSL_cleanse data 32"));
 }
 

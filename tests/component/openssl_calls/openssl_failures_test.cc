@@ -5,8 +5,8 @@
 #include <cstdlib>
 
 #include "openssl_calls/openssl_watch.h"
-#include "peer.h"
 #include "support/component_test.h"
+#include "support/reference_implementation.h"
 
 namespace halvex_test {
 namespace {
@@ -41,21 +41,22 @@ Working_call key_generation() { return {"create_asymmetric_priv_key", {"RSA", 20
 Working_call public_half() { return {"create_asymmetric_pub_key", {"RSA", private_key()}}; }
 Working_call encryption() { return {"asymmetric_encrypt", {"RSA", "hello", public_key()}}; }
 Working_call decryption() {
-  return {"asymmetric_decrypt", {"RSA", peer_encrypt(public_key(), "hello", 4), private_key()}};
+  return {"asymmetric_decrypt",
+          {"RSA", reference_encrypt(public_key(), "hello", 4), private_key()}};
 }
 Working_call signing() { return {"asymmetric_sign", {"RSA", "hello", private_key(), "SHA256"}}; }
 Working_call verification() {
-  return {
-      "asymmetric_verify",
-      {"RSA", "hello", peer_sign_pss(private_key(), "SHA256", "hello"), public_key(), "SHA256"}};
+  return {"asymmetric_verify",
+          {"RSA", "hello", reference_sign_pss(private_key(), "SHA256", "hello"), public_key(),
+           "SHA256"}};
 }
 // Its PSS attempt fails by itself; the legacy attempt accepts.
 Working_call legacy_verification() {
-  const std::string content = peer_digest("SHA256", "hello");
-  return {
-      "asymmetric_verify",
-      {"RSA", content, peer_sign_digest(private_key(), "SHA256", content), public_key(), "SHA256"},
-      true};
+  const std::string content = reference_digest("SHA256", "hello");
+  return {"asymmetric_verify",
+          {"RSA", content, reference_sign_digest(private_key(), "SHA256", content), public_key(),
+           "SHA256"},
+          true};
 }
 
 // What the failure itself is reported as.
@@ -63,34 +64,16 @@ Record report_of(const std::string &function, const std::string &algorithm = "RS
   return openssl_record(function, algorithm, forced_error_text());
 }
 
-Record generation_failed() {
-  return error_record(13922, 213, "functions", "generate_private_key",
-                      {"2048", "RSA", "create_asymmetric_priv_key"});
-}
-Record public_half_failed() {
-  return error_record(13923, 277, "functions", "generate_public_key",
-                      {"RSA", "create_asymmetric_pub_key"});
-}
-Record encryption_failed() {
-  return error_record(13925, 354, "functions", "encrypt", {"asymmetric_encrypt", "RSA", "5"});
-}
-Record decryption_failed() {
-  return error_record(13926, 435, "functions", "operator()", {"asymmetric_decrypt", "RSA", "256"});
-}
-Record signing_failed() {
-  return error_record(13927, any_line, "functions", "sign", {"asymmetric_sign", "RSA", "SHA256"});
-}
-
 Records failed_digest() { return {report_of("create_digest", "SHA256")}; }
 Records failed_generation() {
-  return {report_of("create_asymmetric_priv_key"), generation_failed()};
+  return {report_of("create_asymmetric_priv_key"), key_creation_failed(2048)};
 }
-Records silently_failed_generation() { return {generation_failed()}; }
+Records silently_failed_generation() { return {key_creation_failed(2048)}; }
 Records failed_public_half() {
-  return {report_of("create_asymmetric_pub_key"), public_half_failed()};
+  return {report_of("create_asymmetric_pub_key"), public_key_failed()};
 }
-Records failed_encryption() { return {report_of("asymmetric_encrypt"), encryption_failed()}; }
-Records failed_decryption() { return {report_of("asymmetric_decrypt"), decryption_failed()}; }
+Records failed_encryption() { return {report_of("asymmetric_encrypt"), encryption_failed(5)}; }
+Records failed_decryption() { return {report_of("asymmetric_decrypt"), decryption_failed(256)}; }
 Records failed_signing() { return {report_of("asymmetric_sign"), signing_failed()}; }
 Records silently_failed_signing() { return {signing_failed()}; }
 Records failed_verification() { return {report_of("asymmetric_verify")}; }
@@ -232,10 +215,7 @@ INSTANTIATE_TEST_SUITE_P(
     name_of_case);
 
 Records unreadable_key_of_encryption() { return {report_of("asymmetric_encrypt")}; }
-Records limit_of_four() {
-  return {error_record(13924, 202, "rsa_implementation", "supported_length",
-                       {"5", "asymmetric_encrypt", "RSA", "4"})};
-}
+Records limit_of_four() { return {data_too_long("asymmetric_encrypt", 5, 4)}; }
 
 INSTANTIATE_TEST_SUITE_P(
     Encryption, OpensslFailure,
@@ -359,11 +339,11 @@ TEST_F(OpensslFailures, PaddingThatCannotBeSetLeavesThePkcs1Default) {
   const Openssl_watch watch(Forced_failure{"EVP_PKEY_CTX_set_rsa_padding", 1, -2});
   const Row_result encrypted = call("asymmetric_encrypt", {"RSA", "hello", public_key()}).row;
   ASSERT_FALSE(encrypted.is_null);
-  EXPECT_EQ(peer_decrypt(private_key(), encrypted.bytes, 1), "hello");
+  EXPECT_EQ(reference_decrypt(private_key(), encrypted.bytes, 1), "hello");
 }
 
 TEST_F(OpensslFailures, DecryptionWithPaddingThatCannotBeSetReadsPkcs1) {
-  const std::string ciphertext = peer_encrypt(public_key(), "hello", 1);
+  const std::string ciphertext = reference_encrypt(public_key(), "hello", 1);
   const Openssl_watch watch(Forced_failure{"EVP_PKEY_CTX_set_rsa_padding", 1, -2});
   EXPECT_EQ(call("asymmetric_decrypt", {"RSA", ciphertext, private_key()}).row.bytes, "hello");
 }
@@ -404,7 +384,7 @@ TEST_F(OpensslFailures, EncryptionWithTheWrongKindOfKeyIsReportedBeforeTheKeyIsF
   std::vector<Record> records;
   watch.before_key_is_freed = [&] { records = server.records(); };
   EXPECT_THAT(site.row(), IsSqlNull());
-  EXPECT_THAT(records, ElementsAre(encryption_failed()));
+  EXPECT_THAT(records, ElementsAre(encryption_failed(5)));
 }
 
 // A text whose bytes cannot be taken from the stream is no result.
@@ -494,7 +474,7 @@ TEST_F(StaleErrors, AreReportedFirstByAFailureOfOpenssl) {
   EXPECT_THAT(queue_after({"create_asymmetric_pub_key", {"RSA", "not a key"}}), IsEmpty());
   EXPECT_THAT(server.records(),
               ElementsAre(openssl_record("create_asymmetric_pub_key", "RSA", stale_error_text()),
-                          public_half_failed()));
+                          public_key_failed()));
 }
 
 }  // namespace

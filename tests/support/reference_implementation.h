@@ -1,11 +1,11 @@
-// What the cryptographic library itself answers, asked directly and without the component: keys
-// made of numbers, digests, and single operations.
+// The reference implementation: what the cryptographic library itself answers, asked directly and
+// without the component. First with keys as objects, then with keys as PEM texts.
 //
 // The operations leave their errors in the calling thread's queue, as the library does; a caller
 // that compares error texts empties the queue first and takes the errors from it in the same order.
 
-#ifndef HALVEX_TESTS_SUPPORT_OPENSSL_LIBRARY_H
-#define HALVEX_TESTS_SUPPORT_OPENSSL_LIBRARY_H
+#ifndef HALVEX_TESTS_SUPPORT_REFERENCE_IMPLEMENTATION_H
+#define HALVEX_TESTS_SUPPORT_REFERENCE_IMPLEMENTATION_H
 
 #include <openssl/evp.h>
 
@@ -60,6 +60,47 @@ int raw_verify_result(EVP_PKEY *key, const EVP_MD *digest, const std::string &di
 // later ones stay queued.
 std::string oldest_error();
 
+// The same with keys as PEM texts. These throw std::runtime_error or std::bad_optional_access on
+// failure and leave the queue as it was, or empty.
+
+// The digest of `text` by OpenSSL's digest name, for instance "SHA256".
+std::string reference_digest(const std::string &digest, const std::string &text);
+
+// RSA with a padding mode of OpenSSL (1 PKCS#1 v1.5, 4 OAEP). Keys are PEM texts. Throws on
+// failure.
+std::string reference_encrypt(const std::string &public_pem, const std::string &data, int padding);
+std::string reference_decrypt(const std::string &private_pem, const std::string &data, int padding);
+
+// A PKCS#1 v1.5 signature of a digest that was computed before.
+std::string reference_sign_digest(const std::string &private_pem, const std::string &digest_name,
+                                  const std::string &digest);
+// A PSS signature of a message, and whether one is right, with OpenSSL's default salt.
+std::string reference_sign_pss(const std::string &private_pem, const std::string &digest_name,
+                               const std::string &message);
+bool reference_verifies_pss(const std::string &public_pem, const std::string &digest_name,
+                            const std::string &message, const std::string &signature);
+// A signature in the key's own way (ECDSA, DSA) and whether one is right.
+bool reference_verifies(const std::string &public_pem, const std::string &digest_name,
+                        const std::string &message, const std::string &signature);
+
+// A key's size in bits, its public half as SubjectPublicKeyInfo PEM, and OpenSSL's name of its
+// type.
+int reference_bits(const std::string &private_pem);
+std::string reference_public_half(const std::string &private_pem);
+std::string reference_key_type(const std::string &private_pem);
+
+// Whether the library reads the text as a private or a public key.
+bool reference_reads_private(const std::string &pem);
+bool reference_reads_public(const std::string &pem);
+// The oldest error that reading leaves in an empty queue, as ERR_error_string renders it.
+std::string error_of_reading_private(const std::string &pem);
+std::string error_of_reading_public(const std::string &pem);
+// The text of error 0.
+std::string no_error_text();
+
+// Turns off the prompt for pass phrases in this process.
+void silence_pass_phrase_prompt();
+
 }  // namespace halvex_test
 
-#endif  // HALVEX_TESTS_SUPPORT_OPENSSL_LIBRARY_H
+#endif  // HALVEX_TESTS_SUPPORT_REFERENCE_IMPLEMENTATION_H

@@ -1,4 +1,4 @@
-#include "support/openssl_library.h"
+#include "support/reference_implementation.h"
 
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
@@ -6,6 +6,7 @@
 #include <openssl/param_build.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
+#include <openssl/ui.h>
 
 #include <array>
 #include <memory>
@@ -226,5 +227,106 @@ std::string oldest_error() {
   ERR_error_string_n(ERR_get_error(), text.data(), text.size());
   return text.data();
 }
+
+namespace {
+
+// The reference implementation's own calls are taken for granted: a failure ends the test.
+Key expect_key(Key key) {
+  if (!key) {
+    throw std::runtime_error("the reference implementation cannot read a key: " + oldest_error());
+  }
+  return key;
+}
+
+Key private_key(const std::string &pem) { return expect_key(read_private_pem(pem)); }
+
+Key public_key(const std::string &pem) { return expect_key(read_public_pem(pem)); }
+
+// An answer leaves no errors to the next one.
+bool without_errors(bool answer) {
+  ERR_clear_error();
+  return answer;
+}
+
+std::string error_left_by(Key (*read)(const std::string &), const std::string &pem) {
+  ERR_clear_error();
+  read(pem);
+  std::string text = oldest_error();
+  ERR_clear_error();
+  return text;
+}
+
+}  // namespace
+
+std::string reference_digest(const std::string &digest, const std::string &text) {
+  return digest_of(library_digest(digest), text);
+}
+
+std::string reference_encrypt(const std::string &public_pem, const std::string &data, int padding) {
+  return encrypted(public_key(public_pem).get(), padding, data).value();
+}
+
+std::string reference_decrypt(const std::string &private_pem, const std::string &data,
+                              int padding) {
+  return decrypted(private_key(private_pem).get(), padding, data).value();
+}
+
+std::string reference_sign_digest(const std::string &private_pem, const std::string &digest_name,
+                                  const std::string &digest) {
+  return signed_digest(private_key(private_pem).get(), library_digest(digest_name), digest).value();
+}
+
+std::string reference_sign_pss(const std::string &private_pem, const std::string &digest_name,
+                               const std::string &message) {
+  return signed_with_pss(private_key(private_pem).get(), library_digest(digest_name), message)
+      .value();
+}
+
+bool reference_verifies_pss(const std::string &public_pem, const std::string &digest_name,
+                            const std::string &message, const std::string &signature) {
+  return without_errors(verifies_as_pss(public_key(public_pem).get(), library_digest(digest_name),
+                                        message, signature));
+}
+
+bool reference_verifies(const std::string &public_pem, const std::string &digest_name,
+                        const std::string &message, const std::string &signature) {
+  return without_errors(
+      verifies(public_key(public_pem).get(), library_digest(digest_name), message, signature));
+}
+
+int reference_bits(const std::string &private_pem) {
+  return EVP_PKEY_get_bits(private_key(private_pem).get());
+}
+
+std::string reference_public_half(const std::string &private_pem) {
+  return public_pem(private_key(private_pem).get()).value();
+}
+
+std::string reference_key_type(const std::string &private_pem) {
+  return EVP_PKEY_get0_type_name(private_key(private_pem).get());
+}
+
+bool reference_reads_private(const std::string &pem) {
+  return without_errors(read_private_pem(pem) != nullptr);
+}
+
+bool reference_reads_public(const std::string &pem) {
+  return without_errors(read_public_pem(pem) != nullptr);
+}
+
+std::string error_of_reading_private(const std::string &pem) {
+  return error_left_by(read_private_pem, pem);
+}
+
+std::string error_of_reading_public(const std::string &pem) {
+  return error_left_by(read_public_pem, pem);
+}
+
+std::string no_error_text() {
+  ERR_clear_error();
+  return oldest_error();
+}
+
+void silence_pass_phrase_prompt() { UI_set_default_method(UI_null()); }
 
 }  // namespace halvex_test
