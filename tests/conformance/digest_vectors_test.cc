@@ -28,7 +28,7 @@ class DigestVectors : public Conformance_test,
                       public ::testing::WithParamInterface<Message_file> {};
 
 // Expected: the digest in the file. For "SHA3-256" the SHA3-224 digest of the same message, which
-// is worked out by the library: the component never uses SHA3-256, on purpose. The file's own
+// is worked out by the library: the component intentionally never uses SHA3-256. The file's own
 // digest is held against the library's, so that a message read wrongly is noticed there too.
 TEST_P(DigestVectors, EveryMessageHasItsDigest) {
   const auto [name, path] = GetParam();

@@ -7,17 +7,12 @@
 #include <cctype>
 #include <map>
 
+#include "support/function_names.h"
 #include "support/reference_implementation.h"
 
 namespace halvex_test {
 
 namespace {
-
-constexpr const char *encrypt = "asymmetric_encrypt";
-constexpr const char *decrypt = "asymmetric_decrypt";
-constexpr const char *sign = "asymmetric_sign";
-constexpr const char *verify = "asymmetric_verify";
-constexpr const char *derive = "create_asymmetric_pub_key";
 
 // Empties the library's error queue before and after an expectation is worked out.
 class Own_errors {

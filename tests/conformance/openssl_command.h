@@ -1,4 +1,4 @@
-// The openssl command as an independent peer.
+// The openssl command as an independent reference implementation.
 
 #ifndef HALVEX_TESTS_CONFORMANCE_OPENSSL_COMMAND_H
 #define HALVEX_TESTS_CONFORMANCE_OPENSSL_COMMAND_H

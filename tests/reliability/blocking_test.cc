@@ -111,7 +111,7 @@ std::string read_terminal(int terminal) {
 }
 
 // The child has a terminal of its own on which nobody types.
-TEST(Blocking_test, EncryptedKeysAskNobody) {
+TEST(Blocking, EncryptedKeysAskNobody) {
   int terminal = -1;
   const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
   if (child == 0) {

@@ -42,7 +42,7 @@ void report_crash(int signal_number) {
 
 // `backtrace` loads a library on its first call, which a crash handler must not do. The sanitizers
 // report crashes themselves.
-void watch_for_crashes() {
+void install_crash_handlers() {
   std::array<void *, 2> frames{};
   backtrace(frames.data(), static_cast<int>(frames.size()));
   if (!under_address_sanitizer && !under_thread_sanitizer) {
@@ -75,7 +75,7 @@ Child_end run_in_child(unsigned int seconds, const std::function<void()> &work) 
   if (child == 0) {
     close(ends[0]);
     report_pipe = ends[1];
-    watch_for_crashes();
+    install_crash_handlers();
     alarm(seconds);
     work();
     _exit(EXIT_SUCCESS);

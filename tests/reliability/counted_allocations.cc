@@ -16,7 +16,7 @@ std::atomic<long> cxx_blocks{0};
 std::atomic<long> libcrypto_blocks{0};
 
 void *allocate_for_cxx(std::size_t size, std::size_t alignment) noexcept {
-  if (fault_strikes(Fault_source::cxx)) {
+  if (inject_fault(Fault_source::cxx)) {
     return nullptr;
   }
   if (size == 0) {
@@ -47,7 +47,7 @@ void release_for_cxx(void *block) noexcept {
 }
 
 void *allocate_for_libcrypto(std::size_t size, const char * /*file*/, int /*line*/) {
-  if (fault_strikes(Fault_source::libcrypto)) {
+  if (inject_fault(Fault_source::libcrypto)) {
     return nullptr;
   }
   void *block = std::malloc(size);
@@ -72,7 +72,7 @@ void *resize_for_libcrypto(void *block, std::size_t size, const char *file, int 
     release_for_libcrypto(block, file, line);
     return nullptr;
   }
-  return fault_strikes(Fault_source::libcrypto) ? nullptr : std::realloc(block, size);
+  return inject_fault(Fault_source::libcrypto) ? nullptr : std::realloc(block, size);
 }
 
 }  // namespace

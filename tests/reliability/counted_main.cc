@@ -11,7 +11,7 @@
 
 int main(int argc, char **argv) {
   if (!halvex_test::count_libcrypto_allocations()) {
-    std::cerr << "libcrypto allocated before it could be watched\n";
+    std::cerr << "libcrypto allocated before it could be counted\n";
     return EXIT_FAILURE;
   }
   UI_set_default_method(

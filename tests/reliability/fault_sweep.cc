@@ -50,20 +50,20 @@ class Shared_progress {
   Progress *progress_;
 };
 
-// One child's sweep over one subject.
+// One child's sweep over a piece of work.
 class Sweeper {
  public:
-  Sweeper(const Subject &subject, const Sweep &plan) : subject_{subject}, plan_{plan} {}
+  Sweeper(const Work &work, const Sweep &plan) : work_{work}, plan_{plan} {}
 
   // How many requests one run makes.
   std::size_t count_requests() {
     arm_faults(plan_.source, plan_.mode, never);
-    subject_.work();
+    work_.run();
     disarm_faults();
     return requests_since_armed();
   }
 
-  // Runs with the nth request failing; returns whether that fault struck.
+  // Runs with the nth request failing; returns whether that fault was injected.
   bool run_with_fault(std::size_t nth) {
     nth_ = nth;
     alarm(longest_run_seconds);
@@ -71,23 +71,22 @@ class Sweeper {
     const long server_before = open_lines() + open_buffers();
     const long libcrypto_before = live_libcrypto_blocks();
     arm_faults(plan_.source, plan_.mode, nth);
-    subject_.work();
-    const bool struck = disarm_faults();
+    work_.run();
+    const bool injected = disarm_faults();
 
-    report_unless(live_cxx_blocks() == cxx_before, "C++ memory was not given back");
-    report_unless(open_lines() + open_buffers() == server_before,
-                  "server memory was not given back");
+    report_unless(live_cxx_blocks() == cxx_before, "C++ memory was not released");
+    report_unless(open_lines() + open_buffers() == server_before, "server memory was not released");
     if (live_libcrypto_blocks() > libcrypto_before) {
       look_for_leak();
     }
     report_unless(ERR_peek_error() == 0, "the OpenSSL queue is not empty");
-    report(subject_.complaint(struck));
-    return struck;
+    report(work_.mismatch(injected));
+    return injected;
   }
 
   void run_without_fault() {
-    subject_.work();
-    report(subject_.complaint(false));
+    work_.run();
+    report(work_.mismatch(false));
     report_unless(ERR_peek_error() == 0, "the OpenSSL queue is not empty after the next run");
   }
 
@@ -96,7 +95,7 @@ class Sweeper {
     for (int repetition = 0; repetition < repetitions_of_a_leak; ++repetition) {
       const long before = live_libcrypto_blocks();
       arm_faults(plan_.source, plan_.mode, nth_);
-      subject_.work();
+      work_.run();
       disarm_faults();
       if (live_libcrypto_blocks() <= before) {
         return;
@@ -105,42 +104,39 @@ class Sweeper {
     report("libcrypto memory is lost each time");
   }
 
-  void report(const char *complaint) {
-    if (complaint != nullptr) {
-      report_line(nth_, complaint);
+  void report(const char *mismatch) {
+    if (mismatch != nullptr) {
+      report_line(nth_, mismatch);
     }
   }
 
-  void report_unless(bool fine, const char *complaint) { report(fine ? nullptr : complaint); }
+  void report_unless(bool fine, const char *mismatch) { report(fine ? nullptr : mismatch); }
 
-  const Subject &subject_;
+  const Work &work_;
   const Sweep &plan_;
   std::size_t nth_ = 0;
 };
 
 // The fault that comes after the nth. The first one is the one after fault 0.
-std::size_t next_fault(std::size_t nth, std::size_t requests, const Subject &subject,
-                       const Sweep &plan) {
+std::size_t next_fault(std::size_t nth, std::size_t requests, const Work &work, const Sweep &plan) {
   const std::size_t tail_start = requests > plan.tail ? requests - plan.tail : 0;
   if (plan.spread == 0 || requests < plan.spread || nth >= tail_start) {
     return nth + 1;
   }
   const std::size_t step = requests / plan.spread;
-  const std::size_t next =
-      nth == 0 ? 1 + std::hash<std::string>{}(subject.name) % step : nth + step;
+  const std::size_t next = nth == 0 ? 1 + std::hash<std::string>{}(work.name) % step : nth + step;
   return std::min(next, tail_start + 1);
 }
 
-void sweep_after(std::size_t nth, const Subject &subject, const Sweep &plan,
-                 Shared_progress &progress) {
-  Sweeper sweeper{subject, plan};
+void sweep_after(std::size_t nth, const Work &work, const Sweep &plan, Shared_progress &progress) {
+  Sweeper sweeper{work, plan};
   progress->requests = sweeper.count_requests();
-  bool struck = true;
-  while (struck) {
-    nth = next_fault(nth, progress->requests, subject, plan);
+  bool injected = true;
+  while (injected) {
+    nth = next_fault(nth, progress->requests, work, plan);
     progress->nth = nth;
-    struck = sweeper.run_with_fault(nth);
-    if (struck) {
+    injected = sweeper.run_with_fault(nth);
+    if (injected) {
       ++progress->faults;
       sweeper.run_without_fault();
     }
@@ -150,19 +146,19 @@ void sweep_after(std::size_t nth, const Subject &subject, const Sweep &plan,
 
 }  // namespace
 
-Sweep_result sweep(const Subject &subject, const Sweep &plan) {
+Sweep_result sweep(const Work &work, const Sweep &plan) {
   Sweep_result result;
   Shared_progress progress;
   std::size_t nth = 0;
   while (!progress->finished) {
     const Child_end end =
-        run_in_child(longest_run_seconds, [&] { sweep_after(nth, subject, plan, progress); });
+        run_in_child(longest_run_seconds, [&] { sweep_after(nth, work, plan, progress); });
     std::istringstream lines{end.report};
     for (std::string line; !end.crashed && std::getline(lines, line);) {
-      result.complaints.push_back(subject.name + ", fault " + line);
+      result.mismatches.push_back(work.name + ", fault " + line);
     }
     if (end.crashed) {
-      result.crashes.push_back(subject.name + ", fault " + std::to_string(progress->nth) +
+      result.crashes.push_back(work.name + ", fault " + std::to_string(progress->nth) +
                                ": signal " + std::to_string(end.signal) + "\n" + end.report);
       ++progress->faults;
       nth = progress->nth;

@@ -1,4 +1,4 @@
-// Lets every request of a piece of work fail in turn and looks at what is left behind.
+// Lets every request of a piece of work fail in turn and checks what is left behind.
 
 #ifndef RELIABILITY_FAULT_SWEEP_H
 #define RELIABILITY_FAULT_SWEEP_H
@@ -13,18 +13,18 @@
 namespace halvex_test {
 
 // One piece of work to sweep over.
-struct Subject {
+struct Work {
   std::string name;
   // Runs with faults armed; allocates nothing itself.
-  std::function<void()> work;
-  // Looks at what `work` left once the faults are over; null if all is well, else a constant text.
+  std::function<void()> run;
+  // Checks what `run` left once the faults are over; null if all is right, else a constant text.
   // `faults` is false for a run without any.
-  std::function<const char *(bool faults)> complaint;
+  std::function<const char *(bool faults)> mismatch;
 };
 
 // Which faults to try. Long work can be sampled: `spread` faults all over it, at other places for
-// each subject, and every one of the last `tail` requests, where what is particular to a subject
-// happens. A spread of 0 tries every request.
+// each name, and every one of the last `tail` requests, which are particular to the work. A spread
+// of 0 tries every request.
 struct Sweep {
   Fault_source source;
   Fault_mode mode;
@@ -34,19 +34,18 @@ struct Sweep {
 
 struct Sweep_result {
   std::size_t requests = 0;  // of one run without faults
-  std::size_t faults = 0;    // runs in which one struck
-  // What was wrong: "<subject>, fault <n>: <complaint>".
-  std::vector<std::string> complaints;
+  std::size_t faults = 0;    // runs with an injected fault
+  // What was wrong: "<name>, fault <n>: <mismatch>".
+  std::vector<std::string> mismatches;
   // Crashes, each with its stack.
   std::vector<std::string> crashes;
 };
 
-// Runs `subject` in child processes with the first, second, ... request failing, until a run ends
-// without a fault. After each fault it wants: no complaint, an empty OpenSSL queue,
-// all C++ and server memory given back, no libcrypto memory lost
-// each time anew, and a run without faults that works. A crash ends the child; the sweep goes on
-// behind it.
-[[nodiscard]] Sweep_result sweep(const Subject &subject, const Sweep &plan);
+// Runs `work` in child processes with the first, second, ... request failing, until a run ends
+// without a fault. After each fault it expects no mismatch, an empty OpenSSL queue,
+// all C++ and server memory released, no libcrypto memory lost again at each repetition, and a run
+// without faults that works. A crash ends the child; the sweep continues with the next fault.
+[[nodiscard]] Sweep_result sweep(const Work &work, const Sweep &plan);
 
 }  // namespace halvex_test
 

@@ -33,18 +33,18 @@ class Lifecycle {
 
   // Loads the component and takes the steps, whatever comes of each.
   void run() {
-    complaint_ = nullptr;
+    mismatch_ = nullptr;
     forget_registrations();
-    const std::size_t faults_before = faults_struck();
+    const std::size_t faults_before = injected_faults();
     component_.emplace();
-    is_half_loaded_ = faults_struck() != faults_before;
+    is_half_loaded_ = injected_faults() != faults_before;
     for (const Step step : steps_) {
       take(step);
     }
   }
 
   // Null, or what was wrong in the last run.
-  [[nodiscard]] const char *complaint() const { return complaint_; }
+  [[nodiscard]] const char *mismatch() const { return mismatch_; }
 
  private:
   void take(Step step) {
@@ -87,26 +87,26 @@ class Lifecycle {
   }
 
   // What stays registered with the server leads into unmapped memory: there may be no more of it
-  // than the server refused to give back while the object was unloaded.
+  // than the server refused to unregister while the object was unloaded.
   void unload() {
-    const std::size_t refusals_before = faults_struck();
+    const std::size_t refusals_before = injected_faults();
     component_->unload();
     expect(!component_is_mapped(), "the object is still mapped");
     expect(registered_functions().size() + registered_variables().size() <=
-               faults_struck() - refusals_before,
+               injected_faults() - refusals_before,
            "something stays registered");
   }
 
-  void expect(bool fine, const char *complaint) {
-    if (!fine && complaint_ == nullptr) {
-      complaint_ = complaint;
+  void expect(bool fine, const char *mismatch) {
+    if (!fine && mismatch_ == nullptr) {
+      mismatch_ = mismatch;
     }
   }
 
   std::span<const Step> steps_;
   std::optional<Loaded_component> component_;
   bool is_half_loaded_ = false;
-  const char *complaint_ = nullptr;
+  const char *mismatch_ = nullptr;
 };
 
 struct Order {
@@ -135,16 +135,16 @@ struct Case {
 
 void PrintTo(const Case &one, std::ostream *out) { *out << one.name; }
 
-class Lifecycle_faults_test : public ::testing::TestWithParam<Case> {};
+class LifecycleFaults : public ::testing::TestWithParam<Case> {};
 
-TEST_P(Lifecycle_faults_test, LeaveNothingBehind) {
+TEST_P(LifecycleFaults, LeaveNothingBehind) {
   set_answer_of_refused_unregistration(GetParam().refused_functions_are_known ? 1 : 0);
   for (const Order &order : orders()) {
     Lifecycle lifecycle{order.steps};
-    const Subject subject{order.name, [&] { lifecycle.run(); },
-                          [&](bool /*faults*/) { return lifecycle.complaint(); }};
-    const Sweep_result result = sweep(subject, GetParam().plan);
-    EXPECT_THAT(result.complaints, ::testing::IsEmpty());
+    const Work work{order.name, [&] { lifecycle.run(); },
+                    [&](bool /*faults*/) { return lifecycle.mismatch(); }};
+    const Sweep_result result = sweep(work, GetParam().plan);
+    EXPECT_THAT(result.mismatches, ::testing::IsEmpty());
     EXPECT_THAT(result.crashes, ::testing::IsEmpty());
     std::cout << order.name << ": " << result.requests << " requests, " << result.faults
               << " faults\n";
@@ -154,7 +154,7 @@ TEST_P(Lifecycle_faults_test, LeaveNothingBehind) {
 constexpr bool known = true;
 
 INSTANTIATE_TEST_SUITE_P(
-    Every, Lifecycle_faults_test,
+    Every, LifecycleFaults,
     ::testing::Values(
         Case{"CxxAllocationOnce", {Fault_source::cxx, Fault_mode::once}, known},
         Case{"CxxAllocationFromThenOn", {Fault_source::cxx, Fault_mode::from_then_on}, known},
@@ -169,24 +169,23 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<Case> &one) { return one.param.name; });
 
 // The one operation of a variable that allocates is the check of a new value.
-TEST(Variable_faults_test, RefusedMemoryKeepsTheOldValue) {
+TEST(VariableFaults, RefusedMemoryKeepsTheOldValue) {
   Loaded_component component;
   ASSERT_EQ(component.init(), 0);
   bool accepted = false;
   int value = 0;
-  const Subject subject{
-      "SetMaximum",
-      [&] {
-        const int wanted = value == 3072 ? 4096 : 3072;
-        accepted = set_variable("maximum_rsa_key_size", wanted) == Set_result::accepted;
-        value = integer_value("maximum_rsa_key_size");
-        accepted = accepted && value == wanted;
-      },
-      [&](bool faults) {
-        return accepted != faults ? nullptr : "the setting ended in the other way";
-      }};
-  const Sweep_result result = sweep(subject, {Fault_source::cxx, Fault_mode::once});
-  EXPECT_THAT(result.complaints, ::testing::IsEmpty());
+  const Work work{"SetMaximum",
+                  [&] {
+                    const int wanted = value == 3072 ? 4096 : 3072;
+                    accepted = set_variable("maximum_rsa_key_size", wanted) == Set_result::accepted;
+                    value = integer_value("maximum_rsa_key_size");
+                    accepted = accepted && value == wanted;
+                  },
+                  [&](bool faults) {
+                    return accepted != faults ? nullptr : "the setting ended in the other way";
+                  }};
+  const Sweep_result result = sweep(work, {Fault_source::cxx, Fault_mode::once});
+  EXPECT_THAT(result.mismatches, ::testing::IsEmpty());
   EXPECT_THAT(result.crashes, ::testing::IsEmpty());
   EXPECT_EQ(result.faults, 1U);
 }

@@ -112,7 +112,7 @@ void with_stack_kept(Work work, Scan scan) {
   worker.join();
 }
 
-class Secrets_test : public ::testing::Test {
+class Secrets : public ::testing::Test {
  protected:
   void SetUp() override {
     if (under_address_sanitizer || under_thread_sanitizer) {
@@ -123,8 +123,8 @@ class Secrets_test : public ::testing::Test {
 
   // Calls `function` and scans for the secrets: those in `secret_arguments`, and the result if it
   // is one.
-  void expect_no_leftover(const char *function, std::span<const Argument_view> arguments,
-                          std::span<const std::size_t> secret_arguments, bool result_is_secret,
+  void expect_no_leftover(const char *function, const std::vector<Argument_view> &arguments,
+                          const std::vector<std::size_t> &secret_arguments, bool result_is_secret,
                           Raw_result::Ending ending) {
     std::vector<Masked_piece> pieces;
     for (const std::size_t position : secret_arguments) {
@@ -169,74 +169,67 @@ class Secrets_test : public ::testing::Test {
 
 using Ending = Raw_result::Ending;
 
-TEST_F(Secrets_test, PublicHalfOfAKey) {
-  const std::array arguments{view_of("RSA"), stage.load_file("rsa2048.pem")};
-  expect_no_leftover("create_asymmetric_pub_key", arguments, std::array<std::size_t, 1>{1}, false,
+TEST_F(Secrets, PublicHalfOfAKey) {
+  expect_no_leftover("create_asymmetric_pub_key", {"RSA", stage.load_file("rsa2048.pem")}, {1},
+                     false, Ending::value);
+}
+
+TEST_F(Secrets, CreatedKey) {
+  expect_no_leftover("create_asymmetric_priv_key", {"RSA", integer<2048>()}, {}, true,
                      Ending::value);
 }
 
-TEST_F(Secrets_test, CreatedKey) {
-  const std::array arguments{view_of("RSA"), view_of_integer<2048>()};
-  expect_no_leftover("create_asymmetric_priv_key", arguments, {}, true, Ending::value);
+TEST_F(Secrets, EncryptedText) {
+  expect_no_leftover("asymmetric_encrypt",
+                     {"RSA", stage.load_marker(), stage.load_file("rsa2048-public.pem")}, {1},
+                     false, Ending::value);
 }
 
-TEST_F(Secrets_test, EncryptedText) {
-  const std::array arguments{view_of("RSA"), stage.load_marker(),
-                             stage.load_file("rsa2048-public.pem")};
-  expect_no_leftover("asymmetric_encrypt", arguments, std::array<std::size_t, 1>{1}, false,
-                     Ending::value);
-}
-
-TEST_F(Secrets_test, PrivateKeyTakenForAPublicOne) {
-  const std::array arguments{view_of("RSA"), stage.load_marker(), stage.load_file("rsa2048.pem")};
-  expect_no_leftover("asymmetric_encrypt", arguments, std::array<std::size_t, 2>{1, 2}, false,
+TEST_F(Secrets, PrivateKeyTakenForAPublicOne) {
+  expect_no_leftover("asymmetric_encrypt",
+                     {"RSA", stage.load_marker(), stage.load_file("rsa2048.pem")}, {1, 2}, false,
                      Ending::null);
 }
 
-TEST_F(Secrets_test, DecryptedText) {
-  const std::array encryption{view_of("RSA"), stage.load_marker(),
-                              stage.load_file("rsa2048-public.pem")};
+TEST_F(Secrets, DecryptedText) {
+  const std::vector<Argument_view> encryption{"RSA", stage.load_marker(),
+                                              stage.load_file("rsa2048-public.pem")};
   call(*find_function("asymmetric_encrypt"), encryption, *result);
   const auto ciphertext = std::make_unique<Raw_result>(*result);
   stage.wipe();
-  const std::array arguments{view_of("RSA"), stage.load_bytes(*ciphertext),
-                             stage.load_file("rsa2048.pem")};
-  expect_no_leftover("asymmetric_decrypt", arguments, std::array<std::size_t, 1>{2}, true,
-                     Ending::value);
+  expect_no_leftover("asymmetric_decrypt",
+                     {"RSA", stage.load_bytes(*ciphertext), stage.load_file("rsa2048.pem")}, {2},
+                     true, Ending::value);
 }
 
-TEST_F(Secrets_test, FailedDecryption) {
-  const std::array arguments{view_of("RSA"), view_of("no ciphertext"),
-                             stage.load_file("rsa2048-traditional.pem")};
-  expect_no_leftover("asymmetric_decrypt", arguments, std::array<std::size_t, 1>{2}, false,
-                     Ending::null);
+TEST_F(Secrets, FailedDecryption) {
+  expect_no_leftover("asymmetric_decrypt",
+                     {"RSA", "no ciphertext", stage.load_file("rsa2048-traditional.pem")}, {2},
+                     false, Ending::null);
 }
 
-TEST_F(Secrets_test, SigningKey) {
-  const std::array arguments{view_of("RSA"), stage.load_marker(), stage.load_file("rsa2048.pem"),
-                             view_of("SHA256")};
-  expect_no_leftover("asymmetric_sign", arguments, std::array<std::size_t, 2>{1, 2}, false,
-                     Ending::value);
+TEST_F(Secrets, SigningKey) {
+  expect_no_leftover("asymmetric_sign",
+                     {"RSA", stage.load_marker(), stage.load_file("rsa2048.pem"), "SHA256"}, {1, 2},
+                     false, Ending::value);
 }
 
-TEST_F(Secrets_test, DamagedSigningKey) {
-  const std::array arguments{view_of("RSA"), stage.load_marker(),
-                             stage.load_file("rsa2048-truncated.pem"), view_of("SHA256")};
-  expect_no_leftover("asymmetric_sign", arguments, std::array<std::size_t, 2>{1, 2}, false,
-                     Ending::null);
+TEST_F(Secrets, DamagedSigningKey) {
+  expect_no_leftover(
+      "asymmetric_sign",
+      {"RSA", stage.load_marker(), stage.load_file("rsa2048-truncated.pem"), "SHA256"}, {1, 2},
+      false, Ending::null);
 }
 
-TEST_F(Secrets_test, PrivateKeyGivenToVerify) {
-  const std::array arguments{view_of("RSA"), stage.load_marker(), view_of("a signature"),
-                             stage.load_file("rsa2048.pem"), view_of("SHA256")};
-  expect_no_leftover("asymmetric_verify", arguments, std::array<std::size_t, 2>{1, 3}, false,
-                     Ending::null);
+TEST_F(Secrets, PrivateKeyGivenToVerify) {
+  expect_no_leftover(
+      "asymmetric_verify",
+      {"RSA", stage.load_marker(), "a signature", stage.load_file("rsa2048.pem"), "SHA256"}, {1, 3},
+      false, Ending::null);
 }
 
-TEST_F(Secrets_test, HashedText) {
-  const std::array arguments{view_of("SHA256"), stage.load_marker()};
-  expect_no_leftover("create_digest", arguments, std::array<std::size_t, 1>{1}, false,
-                     Ending::value);
+TEST_F(Secrets, HashedText) {
+  expect_no_leftover("create_digest", {"SHA256", stage.load_marker()}, {1}, false, Ending::value);
 }
 
 }  // namespace

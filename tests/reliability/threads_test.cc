@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "roads.h"
+#include "scenarios.h"
 #include "support/fake_server.h"
 #include "support/loaded_component.h"
 #include "support/sanitizers.h"
@@ -37,18 +37,18 @@ Counts records_by_code() {
   return counts;
 }
 
-// The roads whose results and records do not depend on rsa_support_legacy_padding, and how many
-// records of each code one trip makes.
-struct Measured_road {
-  const Road *road;
+// The scenarios whose results and records do not depend on rsa_support_legacy_padding, and how many
+// records of each code one run makes.
+struct Measured_scenario {
+  const Scenario *scenario;
   Counts records;
 };
 
-Counts records_of_a_trip(const Road &road, bool legacy, Raw_result &result) {
-  Road variant = road;
+Counts records_of_a_run(const Scenario &scenario, bool legacy, Raw_result &result) {
+  Scenario variant = scenario;
   variant.legacy = legacy;
   const Counts before = records_by_code();
-  travel(variant, result);
+  run(variant, result);
   Counts difference = records_by_code();
   for (std::size_t i = 0; i < codes; ++i) {
     difference[i] -= before[i];
@@ -56,17 +56,17 @@ Counts records_of_a_trip(const Road &road, bool legacy, Raw_result &result) {
   return difference;
 }
 
-std::vector<Measured_road> steady_roads() {
-  std::vector<Measured_road> steady;
+std::vector<Measured_scenario> steady_scenarios() {
+  std::vector<Measured_scenario> steady;
   const auto on = std::make_unique<Raw_result>();
   const auto off = std::make_unique<Raw_result>();
-  for (const Road &road : all_roads()) {
-    if (road.slow) {
+  for (const Scenario &scenario : all_scenarios()) {
+    if (scenario.slow) {
       continue;
     }
-    const Counts records = records_of_a_trip(road, true, *on);
-    if (records_of_a_trip(road, false, *off) == records && on->ending == off->ending) {
-      steady.push_back({&road, records});
+    const Counts records = records_of_a_run(scenario, true, *on);
+    if (records_of_a_run(scenario, false, *off) == records && on->ending == off->ending) {
+      steady.push_back({&scenario, records});
     }
   }
   return steady;
@@ -84,39 +84,39 @@ void keep_setting(const std::atomic<bool> &stop, std::atomic<std::size_t> &failu
   }
 }
 
-// Travels every road, each thread starting at another one, and notes what was wrong.
-void keep_calling(std::size_t caller, const std::vector<Measured_road> &roads,
-                  std::string &complaint) {
+// Runs every scenario, each thread starting at another one, and notes what was wrong.
+void keep_calling(std::size_t caller, const std::vector<Measured_scenario> &scenarios,
+                  std::string &mismatch) {
   const auto result = std::make_unique<Raw_result>();
-  for (std::size_t trip = 0; trip < rounds * roads.size(); ++trip) {
-    const Road &road = *roads[(trip + caller * 5) % roads.size()].road;
-    call(*find_function(road.function.c_str()), road.arguments, *result);
-    const char *wrong = complaint_about(road, *result);
+  for (std::size_t run = 0; run < rounds * scenarios.size(); ++run) {
+    const Scenario &scenario = *scenarios[(run + caller * 5) % scenarios.size()].scenario;
+    call(*find_function(scenario.function.c_str()), scenario.arguments, *result);
+    const char *wrong = mismatch_of(scenario, *result);
     if (wrong != nullptr) {
-      complaint += road.name + ": " + wrong + "\n";
+      mismatch += scenario.name + ": " + wrong + "\n";
     }
     if (ERR_peek_error() != 0) {
-      complaint += road.name + ": the OpenSSL queue is not empty\n";
+      mismatch += scenario.name + ": the OpenSSL queue is not empty\n";
     }
   }
 }
 
-TEST(Threads_test, MixedCallsWhileVariablesChange) {
+TEST(Threads, MixedCallsWhileVariablesChange) {
   UI_set_default_method(UI_null());
   Loaded_component component;
   ASSERT_EQ(component.init(), 0);
-  const std::vector<Measured_road> roads = steady_roads();
-  ASSERT_GT(roads.size(), 20U);
-  std::cout << roads.size() << " roads\n";
+  const std::vector<Measured_scenario> scenarios = steady_scenarios();
+  ASSERT_GT(scenarios.size(), 20U);
+  std::cout << scenarios.size() << " scenarios\n";
   const Counts before = records_by_code();
 
   std::atomic<bool> stop{false};
   std::atomic<std::size_t> refused_settings{0};
   std::thread setter{[&] { keep_setting(stop, refused_settings); }};
-  std::array<std::string, callers> complaints;
+  std::array<std::string, callers> mismatches;
   std::vector<std::thread> threads;
   for (std::size_t caller = 0; caller < callers; ++caller) {
-    threads.emplace_back([&, caller] { keep_calling(caller, roads, complaints.at(caller)); });
+    threads.emplace_back([&, caller] { keep_calling(caller, scenarios, mismatches.at(caller)); });
   }
   for (std::thread &thread : threads) {
     thread.join();
@@ -124,15 +124,15 @@ TEST(Threads_test, MixedCallsWhileVariablesChange) {
   stop = true;
   setter.join();
 
-  for (const std::string &complaint : complaints) {
-    EXPECT_EQ(complaint, "");
+  for (const std::string &mismatch : mismatches) {
+    EXPECT_EQ(mismatch, "");
   }
   EXPECT_EQ(refused_settings, 0U);
   EXPECT_EQ(malformed_records(), 0U);
   EXPECT_EQ(open_lines() + open_buffers(), 0);
   // No record is lost, and none is there twice.
   Counts expected = before;
-  for (const Measured_road &measured : roads) {
+  for (const Measured_scenario &measured : scenarios) {
     for (std::size_t i = 0; i < codes; ++i) {
       expected[i] += measured.records[i] * callers * rounds;
     }
@@ -142,23 +142,23 @@ TEST(Threads_test, MixedCallsWhileVariablesChange) {
 
 // A key of the size that was the limit when its call began is created whatever happens to the
 // limit.
-TEST(Threads_test, KeysAreCreatedWhileTheLimitChanges) {
+TEST(Threads, KeysAreCreatedWhileTheLimitChanges) {
   Loaded_component component;
   ASSERT_EQ(component.init(), 0);
   std::atomic<bool> stop{false};
   std::atomic<std::size_t> refused_settings{0};
   std::thread setter{[&] { keep_setting(stop, refused_settings); }};
-  const Road &creation = all_roads().back();
+  const Scenario &creation = all_scenarios().back();
   ASSERT_EQ(creation.name, "CreateKey");
-  std::array<std::string, 2> complaints;
+  std::array<std::string, 2> mismatches;
   std::vector<std::thread> threads;
-  threads.reserve(complaints.size());
-  for (std::string &complaint : complaints) {
+  threads.reserve(mismatches.size());
+  for (std::string &mismatch : mismatches) {
     threads.emplace_back([&] {
       const auto result = std::make_unique<Raw_result>();
       call(*find_function(creation.function.c_str()), creation.arguments, *result);
-      const char *wrong = complaint_about(creation, *result);
-      complaint = wrong == nullptr ? "" : wrong;
+      const char *wrong = mismatch_of(creation, *result);
+      mismatch = wrong == nullptr ? "" : wrong;
     });
   }
   for (std::thread &thread : threads) {
@@ -166,7 +166,7 @@ TEST(Threads_test, KeysAreCreatedWhileTheLimitChanges) {
   }
   stop = true;
   setter.join();
-  EXPECT_EQ(complaints[0] + complaints[1], "");
+  EXPECT_EQ(mismatches[0] + mismatches[1], "");
 }
 
 }  // namespace

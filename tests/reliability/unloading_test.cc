@@ -34,10 +34,11 @@ long resident_kilobytes() {
   return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
-// A road that reads a key and reports an error, and one that succeeds.
+// A scenario that reads a key and reports an error, and one that succeeds.
 void use_component() {
-  static const std::array digest_arguments{view_of("SHA256"), view_of("abc")};
-  static const std::array encrypt_arguments{view_of("RSA"), view_of("abc"), view_of("no key")};
+  static const std::array digest_arguments{Argument_view("SHA256"), Argument_view("abc")};
+  static const std::array encrypt_arguments{Argument_view("RSA"), Argument_view("abc"),
+                                            Argument_view("no key")};
   const auto result = std::make_unique<Raw_result>();
   call(*find_function("create_digest"), digest_arguments, *result);
   EXPECT_EQ(result->ending, Raw_result::Ending::value);
@@ -93,9 +94,9 @@ struct Cycle {
 
 void PrintTo(const Cycle &one, std::ostream *out) { *out << one.name; }
 
-class Unloading_test : public ::testing::TestWithParam<Cycle> {};
+class Unloading : public ::testing::TestWithParam<Cycle> {};
 
-TEST_P(Unloading_test, LeavesNothing) {
+TEST_P(Unloading, LeavesNothing) {
   run_cycles(warm_up_cycles, GetParam().run);
   const long resident_before = resident_kilobytes();
   const long cxx_before = live_cxx_blocks();
@@ -111,7 +112,7 @@ TEST_P(Unloading_test, LeavesNothing) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(After, Unloading_test,
+INSTANTIATE_TEST_SUITE_P(After, Unloading,
                          ::testing::Values(Cycle{"UseAndDeinit", load_use_deinit_unload, 2000},
                                            Cycle{"UseWithoutDeinit", unload_without_deinit, 500},
                                            Cycle{"FailedInit", unload_after_failed_init, 500},

@@ -30,7 +30,7 @@ struct Argument {
 
 Argument null_string();
 Argument null_integer();
-// A decimal travels as its digits.
+// A decimal is passed as its digits.
 Argument decimal(const std::string &digits);
 
 // What one row gave.

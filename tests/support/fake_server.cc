@@ -109,11 +109,11 @@ __attribute__((format(printf, 1, 2))) bool observe(const char *format, ...) {
   return observer->refuses(call.data());
 }
 
-bool has_fault() { return fault_strikes(Fault_source::server); }
+bool inject_server_fault() { return inject_fault(Fault_source::server); }
 
 int register_function(const char *name, Item_result result_type, Udf_func_any row,
                       Udf_func_init init, Udf_func_deinit deinit) {
-  const bool refused = observe("register_function %s", name) || has_fault();
+  const bool refused = observe("register_function %s", name) || inject_server_fault();
   return !refused && functions.add({Short_text(name), result_type, row, init, deinit},
                                    duplicates_are_accepted)
              ? 0
@@ -121,7 +121,7 @@ int register_function(const char *name, Item_result result_type, Udf_func_any ro
 }
 
 int unregister_function(const char *name, int *was_registered) {
-  const bool refused = observe("unregister_function %s", name) || has_fault();
+  const bool refused = observe("unregister_function %s", name) || inject_server_fault();
   const bool is_registered = functions.find(name) != nullptr;
   *was_registered = refused ? answer_of_refused_unregistration : (is_registered ? 1 : 0);
   if (!refused || answer_of_refused_unregistration == 0) {
@@ -140,7 +140,7 @@ std::array<int, 4> copy_limits(int type_flag, const void *limits) {
 
 int register_variable(const char *component, const char *name, int type_flag, const char *comment,
                       Sys_var_check check, Sys_var_update update, void *limits, void *storage) {
-  const bool refused = observe("register_variable %s.%s", component, name) || has_fault();
+  const bool refused = observe("register_variable %s.%s", component, name) || inject_server_fault();
   return !refused && variables.add(
                          {Short_text(name), Short_text(component), type_flag, Short_text(comment),
                           check, update, copy_limits(type_flag, limits), storage},
@@ -150,7 +150,8 @@ int register_variable(const char *component, const char *name, int type_flag, co
 }
 
 int unregister_variable(const char *component, const char *name) {
-  const bool refused = observe("unregister_variable %s.%s", component, name) || has_fault();
+  const bool refused =
+      observe("unregister_variable %s.%s", component, name) || inject_server_fault();
   if (refused || variables.find(name) == nullptr) {
     return 1;
   }
@@ -201,7 +202,7 @@ void release_block(void *block, std::atomic<long> &count) {
 }
 
 void *allocate(std::size_t size) {
-  const bool refused = observe("allocate %zu", size) || has_fault();
+  const bool refused = observe("allocate %zu", size) || inject_server_fault();
   return refused ? nullptr : allocate_block(size, buffers);
 }
 
@@ -215,7 +216,7 @@ Log_line *line_of(Dovrin_log_line *handle) { return reinterpret_cast<Log_line *>
 Log_item *item_of(Dovrin_log_item *handle) { return reinterpret_cast<Log_item *>(handle); }
 
 Dovrin_log_line *create_line() {
-  const bool refused = observe("create_line") || has_fault();
+  const bool refused = observe("create_line") || inject_server_fault();
   void *line = refused ? nullptr : allocate_block(sizeof(Log_line), lines);
   if (line != nullptr) {
     std::memset(line, 0, sizeof(Log_line));
@@ -241,7 +242,7 @@ Dovrin_log_item *add_to(Log_line *line, int type, unsigned int flags) {
   if (line == nullptr) {
     return nullptr;
   }
-  if (has_fault()) {
+  if (inject_server_fault()) {
     line->refused_an_item = true;
     return nullptr;
   }
@@ -274,7 +275,7 @@ bool accepts_value(Log_item *item, const char *setter) {
     return false;
   }
   item->setter = setter;
-  item->was_refused = has_fault();
+  item->was_refused = inject_server_fault();
   return !item->was_refused;
 }
 
@@ -363,7 +364,7 @@ void remember(const Log_line &line) {
 
 int submit(Dovrin_log_line *handle) {
   observe("submit%s", mark_of_null(handle));
-  if (handle == nullptr || has_fault()) {
+  if (handle == nullptr || inject_server_fault()) {
     return 1;
   }
   const Log_line &line = *line_of(handle);
@@ -381,7 +382,7 @@ int submit(Dovrin_log_line *handle) {
 
 const char *message_template(int code) {
   observe("message_template %d", code);
-  if (has_fault() || code < first_code || code > last_code) {
+  if (inject_server_fault() || code < first_code || code > last_code) {
     return nullptr;
   }
   return templates[static_cast<std::size_t>(code - first_code)];
@@ -392,7 +393,7 @@ __attribute__((format(printf, 3, 0))) std::size_t format_message(char *buffer, s
                                                                  const char *format,
                                                                  va_list arguments) {
   observe("format %zu", size);
-  if (has_fault()) {
+  if (inject_server_fault()) {
     return static_cast<std::size_t>(-1);
   }
   return static_cast<std::size_t>(std::vsnprintf(buffer, size, format, arguments));

@@ -9,7 +9,7 @@ struct Plan {
   Fault_mode mode = Fault_mode::once;
   std::size_t nth = 0;
   std::size_t asked = 0;
-  std::size_t struck = 0;
+  std::size_t injected = 0;
 };
 
 thread_local Plan plan;
@@ -23,25 +23,25 @@ void arm_faults(Fault_source source, Fault_mode mode, std::size_t nth) {
 
 bool disarm_faults() {
   plan.armed = false;
-  return plan.struck > 0;
+  return plan.injected > 0;
 }
 
-std::size_t faults_struck() { return plan.struck; }
+std::size_t injected_faults() { return plan.injected; }
 
 Fault_pause::Fault_pause() { ++pauses; }
 Fault_pause::~Fault_pause() { --pauses; }
 
 std::size_t requests_since_armed() { return plan.asked; }
 
-bool fault_strikes(Fault_source source) {
+bool inject_fault(Fault_source source) {
   if (!plan.armed || pauses > 0 || plan.source != source) {
     return false;
   }
   ++plan.asked;
-  const bool strikes =
+  const bool injected =
       plan.asked == plan.nth || (plan.mode == Fault_mode::from_then_on && plan.asked > plan.nth);
-  plan.struck += strikes ? 1 : 0;
-  return strikes;
+  plan.injected += injected ? 1 : 0;
+  return injected;
 }
 
 }  // namespace halvex_test

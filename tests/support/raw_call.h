@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "dovrin/udf.h"
@@ -20,18 +21,21 @@ constexpr std::size_t most_arguments = 6;
 // One SQL argument, not owned: its bytes are those of a string or of a long long or double, or null
 // for SQL NULL. `length` is that of a string, without its terminator, and 0 for a number.
 struct Argument_view {
+  constexpr Argument_view() = default;  // a NULL string
+  // Texts, which must be followed by a terminator; implicit, so that calls read like SQL.
+  constexpr Argument_view(std::string_view text) : bytes(text.data()), length(text.size()) {}
+  constexpr Argument_view(const char *text) : Argument_view(std::string_view(text)) {}
+  Argument_view(const std::string &text) : Argument_view(std::string_view(text)) {}
+  constexpr Argument_view(Item_result kind, const char *start, std::size_t size)
+      : type(kind), bytes(start), length(size) {}
+
   Item_result type = STRING_RESULT;
   const char *bytes = nullptr;
   std::size_t length = 0;
 };
 
-// The text must be followed by a terminator.
-inline Argument_view view_of(std::string_view text) {
-  return {STRING_RESULT, text.data(), text.size()};
-}
-
 template <long long value>
-Argument_view view_of_integer() {
+Argument_view integer() {
   static constexpr long long number = value;
   return {INT_RESULT, reinterpret_cast<const char *>(&number), 0};
 }

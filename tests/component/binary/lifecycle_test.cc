@@ -1,5 +1,5 @@
 // init, deinit and unloading: what is registered with the server, in which order, and what is
-// withdrawn when something is refused.
+// unregistered when something is refused.
 
 #include <dlfcn.h>
 
@@ -124,7 +124,7 @@ TEST_F(Lifecycle, RefusedKeySizeVariableStopsThePaddingVariableButNotTheFunction
       ElementsAre(variable_not_registered("component_halvex_encryption.maximum_rsa_key_size")));
 }
 
-TEST_F(Lifecycle, RefusedPaddingVariableWithdrawsTheOtherVariableThenTheFunctions) {
+TEST_F(Lifecycle, RefusedPaddingVariableUnregistersTheOtherVariableThenTheFunctions) {
   server.refuse_variable("rsa_support_legacy_padding");
   EXPECT_EQ(component.init(), 1);
   const Calls calls = server.registration_calls();
@@ -137,7 +137,7 @@ TEST_F(Lifecycle, RefusedPaddingVariableWithdrawsTheOtherVariableThenTheFunction
                                     "component_halvex_encryption.rsa_support_legacy_padding")));
 }
 
-TEST_F(Lifecycle, RefusedFourthFunctionLeavesTheLaterOnesUnattemptedAndWithdrawsTheRest) {
+TEST_F(Lifecycle, RefusedFourthFunctionLeavesTheLaterOnesUnattemptedAndUnregistersTheRest) {
   server.refuse_function("asymmetric_decrypt");
   EXPECT_EQ(component.init(), 1);
   const Calls calls = server.registration_calls();
@@ -182,7 +182,7 @@ TEST_F(Lifecycle, FailedRollbackStillGivesOneAndIsRetriedByDeinit) {
               ElementsAre(unregister_padding, "unregister_function asymmetric_sign"));
 }
 
-TEST_F(Lifecycle, DeinitWithdrawsVariablesThenFunctionsAndASecondDoesNothing) {
+TEST_F(Lifecycle, DeinitUnregistersVariablesThenFunctionsAndASecondDoesNothing) {
   ASSERT_EQ(component.init(), 0);
   server.forget_calls();
   EXPECT_EQ(component.deinit(), 0);
@@ -197,7 +197,7 @@ TEST_F(Lifecycle, DeinitWithdrawsVariablesThenFunctionsAndASecondDoesNothing) {
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
-TEST_F(Lifecycle, RefusedVariableWithdrawalIsReportedAndOnlyThatOneIsRetried) {
+TEST_F(Lifecycle, RefusedVariableUnregistrationIsReportedAndOnlyThatOneIsRetried) {
   ASSERT_EQ(component.init(), 0);
   server.refuse_to_unregister_variable("maximum_rsa_key_size");
   EXPECT_EQ(component.deinit(), 1);
@@ -215,7 +215,7 @@ TEST_F(Lifecycle, RefusedVariableWithdrawalIsReportedAndOnlyThatOneIsRetried) {
   EXPECT_EQ(component.deinit(), 0);
 }
 
-TEST_F(Lifecycle, RefusedFunctionWithdrawalIsReportedAndRetried) {
+TEST_F(Lifecycle, RefusedFunctionUnregistrationIsReportedAndRetried) {
   ASSERT_EQ(component.init(), 0);
   server.refuse_to_unregister_function("asymmetric_verify", 1);
   EXPECT_EQ(component.deinit(), 1);
@@ -237,7 +237,7 @@ TEST_F(Lifecycle, FunctionThatTheServerNoLongerKnowsIsDroppedSilently) {
   EXPECT_THAT(server.registration_calls(), IsEmpty());
 }
 
-TEST_F(Lifecycle, UnloadingWithoutDeinitWithdrawsTheFunctionsThenTheVariables) {
+TEST_F(Lifecycle, UnloadingWithoutDeinitUnregistersTheFunctionsThenTheVariables) {
   ASSERT_EQ(component.init(), 0);
   server.forget_calls();
   component.unload();
@@ -249,7 +249,7 @@ TEST_F(Lifecycle, UnloadingWithoutDeinitWithdrawsTheFunctionsThenTheVariables) {
   EXPECT_THAT(server.variables(), IsEmpty());
 }
 
-TEST_F(Lifecycle, UnloadingRetriesWhatDeinitCouldNotWithdraw) {
+TEST_F(Lifecycle, UnloadingRetriesWhatDeinitCouldNotUnregister) {
   ASSERT_EQ(component.init(), 0);
   server.refuse_to_unregister_function("create_digest", 1);
   server.refuse_to_unregister_variable("rsa_support_legacy_padding");

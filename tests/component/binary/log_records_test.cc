@@ -117,7 +117,7 @@ TEST_F(LogRecords, MessageOf8191CharactersIsKeptWhole) {
   EXPECT_EQ(message().size(), 8191U);
 }
 
-TEST_F(LogRecords, MessageOf8192CharactersIsCutAndMarked) {
+TEST_F(LogRecords, MessageOf8192CharactersIsTruncatedAndMarked) {
   const std::string algorithm = algorithm_for_message_of(8192);
   report(algorithm);
   const std::string whole = message_of({algorithm, "asymmetric_encrypt"});
@@ -125,7 +125,7 @@ TEST_F(LogRecords, MessageOf8192CharactersIsCutAndMarked) {
   EXPECT_EQ(message(), whole.substr(0, 8185) + " <...>");
 }
 
-TEST_F(LogRecords, MuchTooLongMessageIsCutAndMarkedLikewise) {
+TEST_F(LogRecords, MuchTooLongMessageIsTruncatedAndMarkedLikewise) {
   const std::string algorithm(100000, 'A');
   report(algorithm);
   EXPECT_EQ(message(), message_of({algorithm, ""}).substr(0, 8185) + " <...>");
@@ -133,7 +133,7 @@ TEST_F(LogRecords, MuchTooLongMessageIsCutAndMarkedLikewise) {
 
 // The tag and the template are put together in 8192 bytes, before the arguments are: a template
 // that is too long loses its end, and the result is not too long.
-TEST_F(LogRecords, TemplateThatIsTooLongIsCutWithoutAMark) {
+TEST_F(LogRecords, TemplateThatIsTooLongIsTruncatedWithoutAMark) {
   server.set_template(13920, std::string(9000, 'T'));
   report("DSA");
   EXPECT_EQ(message(), (std::string(tag) + "'" + std::string(9000, 'T')).substr(0, 8191));

@@ -161,7 +161,7 @@ TEST_F(SignatureFunctions, SignatureOfSha3With256IsAcceptedAsSha3With224AndBack)
   EXPECT_THAT(verify("message", of_224, public_key, "SHA3-256"), IsAccepted());
 }
 
-TEST_F(SignatureFunctions, PeersSignatureIsAccepted) {
+TEST_F(SignatureFunctions, ReferenceImplementationsSignatureIsAccepted) {
   EXPECT_THAT(
       verify("message", reference_sign_pss(private_key, "SHA384", "message"), public_key, "sha384"),
       IsAccepted());

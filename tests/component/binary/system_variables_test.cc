@@ -66,7 +66,7 @@ TEST_F(SystemVariables, RaisedMaximumIsNamedInTheRefusalOfOneBlockMore) {
   EXPECT_THAT(server.records(), ElementsAre(key_length_rejected("9216", 8192)));
 }
 
-TEST_F(SystemVariables, KeepTheirValuesWhenTheyAreWithdrawnAndRegisteredAgain) {
+TEST_F(SystemVariables, KeepTheirValuesWhenTheyAreUnregisteredAndRegisteredAgain) {
   ASSERT_EQ(set(8192), Set_result::accepted);
   switch_legacy_padding(true);
   ASSERT_EQ(component.deinit(), 0);

@@ -61,7 +61,7 @@ TEST_F(UdfList, UnregisterOfAnEmptyListAsksNothing) {
   EXPECT_THAT(server.registration_calls(), IsEmpty());
 }
 
-TEST_F(UdfList, NameAcceptedTwiceIsWithdrawnOnce) {
+TEST_F(UdfList, NameAcceptedTwiceIsUnregisteredOnce) {
   UDF_list list;
   accept_duplicate_names(true);
   EXPECT_FALSE(add(list, "one"));
@@ -91,7 +91,7 @@ TEST_F(UdfList, KeepsItsOwnCopyOfTheName) {
   EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_function one"));
 }
 
-TEST_F(UdfList, RefusedWithdrawalOfARegisteredFunctionIsReportedKeptAndRetriedAlone) {
+TEST_F(UdfList, RefusedUnregistrationOfARegisteredFunctionIsReportedKeptAndRetriedAlone) {
   UDF_list list;
   ASSERT_FALSE(add(list, "one"));
   ASSERT_FALSE(add(list, "two"));
@@ -104,7 +104,7 @@ TEST_F(UdfList, RefusedWithdrawalOfARegisteredFunctionIsReportedKeptAndRetriedAl
   EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_function one"));
 }
 
-TEST_F(UdfList, RefusedWithdrawalOfAnUnknownFunctionIsDroppedSilently) {
+TEST_F(UdfList, RefusedUnregistrationOfAnUnknownFunctionIsDroppedSilently) {
   UDF_list list;
   ASSERT_FALSE(add(list, "one"));
   server.refuse_to_unregister_function("one", 0);
@@ -124,7 +124,7 @@ TEST_F(UdfList, AnyNonZeroAnswerCountsAsRegistered) {
   EXPECT_FALSE(list.unregister());
 }
 
-TEST_F(UdfList, DestructorWithdraws) {
+TEST_F(UdfList, DestructorUnregisters) {
   {
     UDF_list list;
     ASSERT_FALSE(add(list, "one"));
@@ -184,7 +184,7 @@ TEST_F(SystemVariablesList, RefusalOfANameThatIsRecordedKeepsIt) {
   EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_variable component.one"));
 }
 
-TEST_F(SystemVariablesList, LongFullNamesAreCutInReports) {
+TEST_F(SystemVariablesList, LongFullNamesAreTruncatedInReports) {
   System_variables_list list("component");
   const std::string name(600, 'x');
   server.refuse_variable(name);
@@ -199,7 +199,7 @@ TEST_F(SystemVariablesList, UnregisterOfAnEmptyListAsksNothing) {
   EXPECT_THAT(server.registration_calls(), IsEmpty());
 }
 
-TEST_F(SystemVariablesList, NameAcceptedTwiceIsWithdrawnOnce) {
+TEST_F(SystemVariablesList, NameAcceptedTwiceIsUnregisteredOnce) {
   System_variables_list list("component");
   accept_duplicate_names(true);
   EXPECT_FALSE(add(list, "one"));
@@ -210,7 +210,7 @@ TEST_F(SystemVariablesList, NameAcceptedTwiceIsWithdrawnOnce) {
 }
 
 // Every refusal counts here, whatever the server knows.
-TEST_F(SystemVariablesList, RefusedWithdrawalIsReportedKeptAndRetriedAlone) {
+TEST_F(SystemVariablesList, RefusedUnregistrationIsReportedKeptAndRetriedAlone) {
   System_variables_list list("component");
   ASSERT_FALSE(add(list, "one"));
   ASSERT_FALSE(add(list, "two"));
@@ -236,7 +236,7 @@ TEST_F(SystemVariablesList, KeepsItsOwnCopyOfTheName) {
   EXPECT_THAT(server.registration_calls(), ElementsAre("unregister_variable component.one"));
 }
 
-TEST_F(SystemVariablesList, DestructorWithdraws) {
+TEST_F(SystemVariablesList, DestructorUnregisters) {
   {
     System_variables_list list("component");
     ASSERT_FALSE(add(list, "one"));

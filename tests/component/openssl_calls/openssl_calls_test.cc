@@ -3,7 +3,7 @@
 #include <memory>
 #include <new>
 
-#include "openssl_calls/openssl_watch.h"
+#include "openssl_calls/openssl_recorder.h"
 #include "support/component_test.h"
 #include "support/elf_symbols.h"
 #include "support/reference_implementation.h"
@@ -30,10 +30,10 @@ class OpensslCalls : public Component_test {
   // The calls of one row, which must leave nothing unfreed.
   Calls calls_of(const std::string &function, const std::vector<Argument> &arguments) {
     Call_site site(server.function(function), arguments);
-    const Openssl_watch watch;
+    const Openssl_recorder recorder;
     last_row = site.row();
-    EXPECT_THAT(watch.unfreed(), IsEmpty());
-    return watch.calls();
+    EXPECT_THAT(recorder.unfreed(), IsEmpty());
+    return recorder.calls();
   }
 
   const std::string private_key = fixture("rsa2048.pem");
@@ -56,18 +56,18 @@ Calls reading_of_public_key(const std::string &pem, const std::string &number = 
           "BIO_free bio" + number};
 }
 
-TEST(OpensslImports, AreAllWatched) {
-  Calls unwatched;
+TEST(OpensslImports, AreAllRecorded) {
+  Calls unrecorded;
   for (const Elf_symbol &symbol : dynamic_symbols(component_path())) {
     const bool is_openssl = symbol.name.starts_with("EVP_") || symbol.name.starts_with("BIO_") ||
                             symbol.name.starts_with("PEM_") || symbol.name.starts_with("ERR_") ||
                             symbol.name.starts_with("RSA_") || symbol.name.starts_with("CRYPTO_") ||
                             symbol.name.starts_with("OPENSSL_") || symbol.name.starts_with("UI_");
-    if (!symbol.is_defined && is_openssl && !watched_functions().contains(symbol.name)) {
-      unwatched.push_back(symbol.name);
+    if (!symbol.is_defined && is_openssl && !recorded_functions().contains(symbol.name)) {
+      unrecorded.push_back(symbol.name);
     }
   }
-  EXPECT_THAT(unwatched, IsEmpty());
+  EXPECT_THAT(unrecorded, IsEmpty());
 }
 
 TEST(OpensslImports, DoNotHoldTheDigestThatIsNeverAskedFor) {
@@ -79,10 +79,10 @@ TEST(OpensslImports, DoNotHoldTheDigestThatIsNeverAskedFor) {
 // Unloading runs the destructors in the reverse order of their registrations.
 TEST(LoadingCalls, BothListsComeFirstThenTheLegacyDigestsThenTheDigestBufferSize) {
   const Recording_server server;
-  const Openssl_watch watch;
+  const Openssl_recorder recorder;
   const Loaded_component component;
   EXPECT_THAT(
-      watch.calls(),
+      recorder.calls(),
       ElementsAre("__cxa_atexit", "__cxa_atexit", "EVP_sha224 -> SHA224", "EVP_sha256 -> SHA256",
                   "EVP_sha384 -> SHA384", "EVP_sha512 -> SHA512", "__cxa_atexit",
                   "EVP_sha3_512 -> SHA3-512", "EVP_MD_get_size SHA3-512 -> 64"));
@@ -91,18 +91,18 @@ TEST(LoadingCalls, BothListsComeFirstThenTheLegacyDigestsThenTheDigestBufferSize
 TEST(LoadingCalls, InitAndDeinitMakeNone) {
   const Recording_server server;
   Loaded_component component;
-  const Openssl_watch watch;
+  const Openssl_recorder recorder;
   EXPECT_EQ(component.init(), 0);
   EXPECT_EQ(component.deinit(), 0);
-  EXPECT_THAT(watch.calls(), IsEmpty());
+  EXPECT_THAT(recorder.calls(), IsEmpty());
 }
 
 TEST(LoadingCalls, TheDigestBufferIsAsLargeAsOpensslSaysAtLoad) {
   const Recording_server server;
-  Openssl_watch watch(Forced_failure{"EVP_MD_get_size", 1, 48});
+  Openssl_recorder recorder(Forced_failure{"EVP_MD_get_size", 1, 48});
   Loaded_component component;
   ASSERT_EQ(component.init(), 0);
-  ASSERT_TRUE(watch.failed());
+  ASSERT_TRUE(recorder.failed());
   {
     Call_site site(server.function("create_digest"), {"SHA384", "abc"});
     EXPECT_EQ(site.instance().max_length, 48U);
@@ -118,10 +118,10 @@ TEST(LoadingCalls, DigestBufferOfANegativeSizeIsAnExceptionOfInit) {
     GTEST_SKIP() << "the sanitizer ends the process instead of throwing";
   }
   const Recording_server server;
-  Openssl_watch watch(Forced_failure{"EVP_MD_get_size", 1, -1});
+  Openssl_recorder recorder(Forced_failure{"EVP_MD_get_size", 1, -1});
   Loaded_component component;
   ASSERT_EQ(component.init(), 0);
-  ASSERT_TRUE(watch.failed());
+  ASSERT_TRUE(recorder.failed());
   EXPECT_THROW(Call_site(server.function("create_digest"), {"SHA256", "abc"}), std::bad_alloc);
   drain_error_queue();
 }
@@ -373,9 +373,9 @@ TEST_F(OpensslCalls, UnsupportedAlgorithmReadsNoKeyAndOnlyClearsTheQueue) {
 class ResultBuffer : public OpensslCalls {
  protected:
   Calls calls_of_deinit() {
-    const Openssl_watch watch;
+    const Openssl_recorder recorder;
     site.reset();
-    return watch.calls();
+    return recorder.calls();
   }
 
   std::unique_ptr<Call_site> site = nullptr;

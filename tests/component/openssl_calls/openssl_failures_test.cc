@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "openssl_calls/openssl_watch.h"
+#include "openssl_calls/openssl_recorder.h"
 #include "support/component_test.h"
 #include "support/reference_implementation.h"
 
@@ -113,22 +113,22 @@ TEST_P(OpensslFailure, GivesExactlyTheseRecordsAndLeavesNothingBehind) {
   switch_legacy_padding(working.legacy);
   Call_site site(server.function(working.function), working.arguments);
 
-  Openssl_watch watch(expected.failure);
+  Openssl_recorder recorder(expected.failure);
   std::size_t records_at_last_free = 0;
-  watch.before_key_is_freed = [&] { records_at_last_free = server.records().size(); };
+  recorder.before_key_is_freed = [&] { records_at_last_free = server.records().size(); };
   const Row_result row = site.row();
 
-  ASSERT_TRUE(watch.failed());
+  ASSERT_TRUE(recorder.failed());
   EXPECT_THAT(server.records(), ElementsAreArray(expected.records()));
   EXPECT_EQ(row.is_null, !expected.succeeds);
   EXPECT_EQ(row.integer, expected.succeeds && working.function == "asymmetric_verify" ? 1 : 0);
   EXPECT_FALSE(row.error);
-  EXPECT_THAT(watch.unfreed(), IsEmpty());
+  EXPECT_THAT(recorder.unfreed(), IsEmpty());
   EXPECT_THAT(drain_error_queue(), IsEmpty());
-  EXPECT_EQ(watch.count("ERR_clear_error"), 1);
-  EXPECT_EQ(watch.calls().back(), "ERR_clear_error");
-  EXPECT_EQ(watch.count("ERR_get_error"), reports_among(server.records()));
-  const std::vector<std::string> after_failure = watch.calls_after_failure();
+  EXPECT_EQ(recorder.count("ERR_clear_error"), 1);
+  EXPECT_EQ(recorder.calls().back(), "ERR_clear_error");
+  EXPECT_EQ(recorder.count("ERR_get_error"), reports_among(server.records()));
+  const std::vector<std::string> after_failure = recorder.calls_after_failure();
   if (std::count(after_failure.begin(), after_failure.end(), "EVP_PKEY_free key1") > 0) {
     EXPECT_EQ(records_at_last_free, server.records().size()) << "a record came after the object";
   }
@@ -145,7 +145,7 @@ TEST_P(OpensslFailure, LeavesTheNextRowUnharmed) {
   switch_legacy_padding(working.legacy);
   Call_site site(server.function(working.function), working.arguments);
   {
-    const Openssl_watch watch(expected.failure);
+    const Openssl_recorder recorder(expected.failure);
     site.row();
   }
   EXPECT_FALSE(site.row().is_null);
@@ -329,14 +329,14 @@ TEST_F(OpensslFailures, LegacyVerificationGoesOnAfterAnInitThatGivesZero) {
   const Working_call working = legacy_verification();
   switch_legacy_padding(true);
   Call_site site(server.function(working.function), working.arguments);
-  const Openssl_watch watch(Forced_failure{"EVP_PKEY_verify_init", 1, 0});
+  const Openssl_recorder recorder(Forced_failure{"EVP_PKEY_verify_init", 1, 0});
   site.row();
-  EXPECT_EQ(watch.count("EVP_PKEY_CTX_set_signature_md"), 1);
-  EXPECT_THAT(watch.unfreed(), IsEmpty());
+  EXPECT_EQ(recorder.count("EVP_PKEY_CTX_set_signature_md"), 1);
+  EXPECT_THAT(recorder.unfreed(), IsEmpty());
 }
 
 TEST_F(OpensslFailures, PaddingThatCannotBeSetLeavesThePkcs1Default) {
-  const Openssl_watch watch(Forced_failure{"EVP_PKEY_CTX_set_rsa_padding", 1, -2});
+  const Openssl_recorder recorder(Forced_failure{"EVP_PKEY_CTX_set_rsa_padding", 1, -2});
   const Row_result encrypted = call("asymmetric_encrypt", {"RSA", "hello", public_key()}).row;
   ASSERT_FALSE(encrypted.is_null);
   EXPECT_EQ(reference_decrypt(private_key(), encrypted.bytes, 1), "hello");
@@ -344,13 +344,13 @@ TEST_F(OpensslFailures, PaddingThatCannotBeSetLeavesThePkcs1Default) {
 
 TEST_F(OpensslFailures, DecryptionWithPaddingThatCannotBeSetReadsPkcs1) {
   const std::string ciphertext = reference_encrypt(public_key(), "hello", 1);
-  const Openssl_watch watch(Forced_failure{"EVP_PKEY_CTX_set_rsa_padding", 1, -2});
+  const Openssl_recorder recorder(Forced_failure{"EVP_PKEY_CTX_set_rsa_padding", 1, -2});
   EXPECT_EQ(call("asymmetric_decrypt", {"RSA", ciphertext, private_key()}).row.bytes, "hello");
 }
 
 TEST_F(OpensslFailures, VerificationWithPaddingThatCannotBeSetRefusesAPssSignature) {
   const Working_call working = verification();
-  const Openssl_watch watch(Forced_failure{"EVP_PKEY_CTX_set_rsa_padding", 1, -2});
+  const Openssl_recorder recorder(Forced_failure{"EVP_PKEY_CTX_set_rsa_padding", 1, -2});
   EXPECT_THAT(call(working.function, working.arguments), IsSqlNull());
   EXPECT_THAT(server.records(), ElementsAre(report_of("asymmetric_verify")));
 }
@@ -358,9 +358,9 @@ TEST_F(OpensslFailures, VerificationWithPaddingThatCannotBeSetRefusesAPssSignatu
 TEST_F(OpensslFailures, FailedSecondReadingFreesAKeyThatIsNotRsa) {
   Call_site site(server.function("asymmetric_encrypt"),
                  {"RSA", "hello", fixture("ec-p256-public.pem")});
-  const Openssl_watch watch(Forced_failure{"PEM_read_bio_PUBKEY"});
+  const Openssl_recorder recorder(Forced_failure{"PEM_read_bio_PUBKEY"});
   EXPECT_THAT(site.row(), IsSqlNull());
-  const std::vector<std::string> &calls = watch.calls();
+  const std::vector<std::string> &calls = recorder.calls();
   ASSERT_EQ(calls.size(), 12U);
   EXPECT_EQ(calls[4], "PEM_read_bio_PUBKEY bio2 null null null -> key1");
   EXPECT_EQ(calls[5], "EVP_PKEY_is_a key1 text -> 0");
@@ -372,17 +372,17 @@ TEST_F(OpensslFailures, FailedSecondReadingFreesAKeyThatIsNotRsa) {
 TEST_F(OpensslFailures, EcKeyThatTheFirstReadingAcceptsIsNotTestedForRsa) {
   Call_site site(server.function("asymmetric_encrypt"),
                  {"RSA", "hello", fixture("ec-p256-public.pem")});
-  const Openssl_watch watch;
+  const Openssl_recorder recorder;
   site.row();
-  EXPECT_EQ(watch.count("PEM_read_bio_PUBKEY"), 1);
-  EXPECT_EQ(watch.count("EVP_PKEY_is_a"), 0);
+  EXPECT_EQ(recorder.count("PEM_read_bio_PUBKEY"), 1);
+  EXPECT_EQ(recorder.count("EVP_PKEY_is_a"), 0);
 }
 
 TEST_F(OpensslFailures, EncryptionWithTheWrongKindOfKeyIsReportedBeforeTheKeyIsFreed) {
   Call_site site(server.function("asymmetric_encrypt"), {"RSA", "hello", private_key()});
-  Openssl_watch watch;
+  Openssl_recorder recorder;
   std::vector<Record> records;
-  watch.before_key_is_freed = [&] { records = server.records(); };
+  recorder.before_key_is_freed = [&] { records = server.records(); };
   EXPECT_THAT(site.row(), IsSqlNull());
   EXPECT_THAT(records, ElementsAre(encryption_failed(5)));
 }
@@ -394,11 +394,11 @@ TEST_F(OpensslFailures, PemTextThatCannotBeTakenFromTheStreamIsReportedAndLeaves
         Forced_failure{"BIO_ctrl", 1, 0}}) {
     server.forget_records();
     Call_site site(server.function("create_asymmetric_pub_key"), {"RSA", private_key()});
-    const Openssl_watch watch(failure);
+    const Openssl_recorder recorder(failure);
     EXPECT_THAT(site.row(), IsSqlNull());
     EXPECT_THAT(server.records(), ElementsAreArray(failed_public_half()));
     EXPECT_TRUE(std::string(site.instance().ptr, 12800) == std::string(12800, '\0'));
-    EXPECT_THAT(watch.unfreed(), IsEmpty());
+    EXPECT_THAT(recorder.unfreed(), IsEmpty());
   }
 }
 

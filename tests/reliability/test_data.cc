@@ -1,4 +1,4 @@
-#include "materials.h"
+#include "test_data.h"
 
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
@@ -9,8 +9,8 @@
 namespace halvex_test {
 namespace {
 
-Materials make() {
-  Materials made;
+Test_data make() {
+  Test_data made;
   made.private_key = fixture("rsa2048.pem");
   made.traditional_key = fixture("rsa2048-traditional.pem");
   made.public_key = fixture("rsa2048-public.pem");
@@ -29,8 +29,8 @@ Materials make() {
 
 }  // namespace
 
-const Materials &materials() {
-  static const Materials made = make();
+const Test_data &test_data() {
+  static const Test_data made = make();
   return made;
 }
 

@@ -1,11 +1,11 @@
-// Watches the OpenSSL calls that the shipped component makes, and can let any of them fail.
+// Records the OpenSSL calls that the shipped component makes, and can let any of them fail.
 //
 // The test executable defines the OpenSSL functions that the component imports; the loaded object
 // resolves to them, and they forward to libcrypto. Calls that libcrypto makes itself are not seen.
 // One thread at a time.
 
-#ifndef HALVEX_TESTS_COMPONENT_OPENSSL_WATCH_H
-#define HALVEX_TESTS_COMPONENT_OPENSSL_WATCH_H
+#ifndef HALVEX_TESTS_COMPONENT_OPENSSL_RECORDER_H
+#define HALVEX_TESTS_COMPONENT_OPENSSL_RECORDER_H
 
 #include <cstddef>
 #include <functional>
@@ -36,14 +36,14 @@ std::vector<std::string> drain_error_queue();
 
 // While it exists, every OpenSSL call of the component is recorded, and every destructor that it
 // registers for its unloading, as "__cxa_atexit". At most one at a time.
-class Openssl_watch {
+class Openssl_recorder {
  public:
-  Openssl_watch();
+  Openssl_recorder();
   // With one call to let fail.
-  explicit Openssl_watch(Forced_failure failure);
-  ~Openssl_watch();
-  Openssl_watch(const Openssl_watch &) = delete;
-  Openssl_watch &operator=(const Openssl_watch &) = delete;
+  explicit Openssl_recorder(Forced_failure failure);
+  ~Openssl_recorder();
+  Openssl_recorder(const Openssl_recorder &) = delete;
+  Openssl_recorder &operator=(const Openssl_recorder &) = delete;
 
   // The calls in order, as "name arguments -> result". Objects are named by kind and order of
   // making: bio1, key1, key_ctx1, digest_ctx1 (a key context that belongs to a digest context is
@@ -81,9 +81,9 @@ class Openssl_watch {
   std::map<const void *, std::string> borrowed_;
 };
 
-// The names of the functions that are watched.
-const std::set<std::string> &watched_functions();
+// The names of the functions that are recorded.
+const std::set<std::string> &recorded_functions();
 
 }  // namespace halvex_test
 
-#endif  // HALVEX_TESTS_COMPONENT_OPENSSL_WATCH_H
+#endif  // HALVEX_TESTS_COMPONENT_OPENSSL_RECORDER_H

@@ -1,13 +1,13 @@
 // Keys, ciphertexts and signatures for the reliability tests, made once per process.
 
-#ifndef RELIABILITY_MATERIALS_H
-#define RELIABILITY_MATERIALS_H
+#ifndef RELIABILITY_TEST_DATA_H
+#define RELIABILITY_TEST_DATA_H
 
 #include <string>
 
 namespace halvex_test {
 
-struct Materials {
+struct Test_data {
   std::string private_key;       // RSA, 2048 bits
   std::string traditional_key;   // the same in the traditional form
   std::string public_key;        // its public half
@@ -26,8 +26,8 @@ struct Materials {
 
 // Made by OpenSSL's own calls from the key files on the first call; throws if that fails. Read-only
 // after.
-[[nodiscard]] const Materials &materials();
+[[nodiscard]] const Test_data &test_data();
 
 }  // namespace halvex_test
 
-#endif  // RELIABILITY_MATERIALS_H
+#endif  // RELIABILITY_TEST_DATA_H

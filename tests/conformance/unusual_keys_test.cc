@@ -5,17 +5,11 @@
 #include <openssl/rsa.h>
 
 #include "conformance/expectations.h"
+#include "support/function_names.h"
 #include "support/reference_implementation.h"
 
 namespace halvex_test {
 namespace {
-
-constexpr const char *encrypt = "asymmetric_encrypt";
-constexpr const char *decrypt = "asymmetric_decrypt";
-constexpr const char *sign = "asymmetric_sign";
-constexpr const char *verify = "asymmetric_verify";
-constexpr const char *create = "create_asymmetric_priv_key";
-constexpr const char *derive = "create_asymmetric_pub_key";
 
 struct Key_pair {
   explicit Key_pair(const std::string &name)
@@ -25,7 +19,7 @@ struct Key_pair {
   std::string public_pem;
 };
 
-class OddKeys : public Conformance_test {
+class UnusualKeys : public Conformance_test {
  protected:
   void expect_derivation(const Key_pair &pair) {
     EXPECT_EQ(value_of(derive, {"RSA", pair.private_pem}), pair.public_pem);
@@ -64,7 +58,7 @@ class OddKeys : public Conformance_test {
 };
 
 // The padding cannot be set for such keys, which nobody minds: the signature is an ECDSA one.
-TEST_F(OddKeys, EllipticCurveKeysSignInTheirOwnWay) {
+TEST_F(UnusualKeys, EllipticCurveKeysSignInTheirOwnWay) {
   const Key_pair pair("ec-p256");
   expect_derivation(pair);
   expect_no_encryption(pair);
@@ -76,7 +70,7 @@ TEST_F(OddKeys, EllipticCurveKeysSignInTheirOwnWay) {
 }
 
 // A mismatch queues no error in the library, so the report names error 0.
-TEST_F(OddKeys, EllipticCurveMismatchesAreReportedAsErrorZero) {
+TEST_F(UnusualKeys, EllipticCurveMismatchesAreReportedAsErrorZero) {
   const Key_pair pair("ec-p256");
   const std::string signature = value_of(sign, {"RSA", "text", pair.private_pem, "SHA256"});
   expect_null({openssl_record(verify, "RSA", "error:00000000:lib(0)::reason(0)")}, verify,
@@ -85,7 +79,7 @@ TEST_F(OddKeys, EllipticCurveMismatchesAreReportedAsErrorZero) {
 
 // The legacy check fails on a negative answer only: -1 for what is no DER and a content as long as
 // the digest; 0, hence success, for the rest.
-TEST_F(OddKeys, EllipticCurveKeysMeetTheLenientLegacyCheck) {
+TEST_F(UnusualKeys, EllipticCurveKeysMeetTheLenientLegacyCheck) {
   const Key_pair pair("ec-p256");
   const std::string digest = value_of("create_digest", {"SHA256", "text"});
   const std::string signature = value_of(sign, {"RSA", "text", pair.private_pem, "SHA256"});
@@ -97,7 +91,7 @@ TEST_F(OddKeys, EllipticCurveKeysMeetTheLenientLegacyCheck) {
   EXPECT_FALSE(check_verification("text", std::string(70, 'x'), pair.public_pem, "SHA256").is_null);
 }
 
-TEST_F(OddKeys, DsaKeysSignInTheirOwnWay) {
+TEST_F(UnusualKeys, DsaKeysSignInTheirOwnWay) {
   const Key_pair pair("dsa2048");
   expect_derivation(pair);
   expect_no_encryption(pair);
@@ -108,7 +102,7 @@ TEST_F(OddKeys, DsaKeysSignInTheirOwnWay) {
 }
 
 // Ed25519 takes no digest, so nothing can be signed.
-TEST_F(OddKeys, Ed25519KeysOnlyGiveTheirPublicKey) {
+TEST_F(UnusualKeys, Ed25519KeysOnlyGiveTheirPublicKey) {
   const Key_pair pair("ed25519");
   expect_derivation(pair);
   expect_no_encryption(pair);
@@ -120,9 +114,9 @@ TEST_F(OddKeys, Ed25519KeysOnlyGiveTheirPublicKey) {
   }
 }
 
-// Size - 42 is negative and counts as a huge number, on purpose: no length is refused before the
+// Size - 42 is negative and counts as a huge number. Intentional: no length is refused before the
 // library sees it, and the library then refuses every one.
-TEST_F(OddKeys, TinyKeysLetEveryLengthReachTheLibrary) {
+TEST_F(UnusualKeys, TinyKeysLetEveryLengthReachTheLibrary) {
   const Key_pair pair("rsa-tiny");
   expect_derivation(pair);
   for (const std::size_t length : {1U, 40U, 41U, 10000U}) {
@@ -141,7 +135,7 @@ TEST_F(OddKeys, TinyKeysLetEveryLengthReachTheLibrary) {
   expect_no_signing(pair, "SHA384");
 }
 
-TEST_F(OddKeys, ThreePrimesWorkAsTwo) {
+TEST_F(UnusualKeys, ThreePrimesWorkAsTwo) {
   const Key_pair pair("rsa2048-three-primes");
   expect_derivation(pair);
   const std::string cipher = value_of(encrypt, {"RSA", "text", pair.public_pem});
@@ -150,7 +144,7 @@ TEST_F(OddKeys, ThreePrimesWorkAsTwo) {
 }
 
 // This key allows SHA256 with a salt of 32 bytes and more, and signatures only.
-TEST_F(OddKeys, PssKeysKeepTheirOwnParameters) {
+TEST_F(UnusualKeys, PssKeysKeepTheirOwnParameters) {
   const Key_pair pair("rsa-pss2048");
   expect_derivation(pair);
   expect_no_encryption(pair);
@@ -168,7 +162,7 @@ TEST_F(OddKeys, PssKeysKeepTheirOwnParameters) {
   }
 }
 
-TEST_F(OddKeys, OldPublicFormIsReadAsTheLibraryReadsIt) {
+TEST_F(UnusualKeys, OldPublicFormIsReadAsTheLibraryReadsIt) {
   const std::string pem = fixture("rsa2048-rsa-public.pem");
   const std::string private_pem = fixture("rsa2048.pem");
   const Row_result cipher = check_encryption("text", pem);
@@ -180,7 +174,7 @@ TEST_F(OddKeys, OldPublicFormIsReadAsTheLibraryReadsIt) {
   }
 }
 
-TEST_F(OddKeys, WordsInACommentMakeAPublicKeyUnreadable) {
+TEST_F(UnusualKeys, WordsInACommentMakeAPublicKeyUnreadable) {
   const std::string pem = fixture("rsa2048-public-with-words.pem");
   const Expectation encryption = expected_encryption("text", pem);
   EXPECT_THAT(encryption.records, ::testing::ElementsAre(IsOpensslRecord(encrypt, "RSA")));
@@ -188,7 +182,7 @@ TEST_F(OddKeys, WordsInACommentMakeAPublicKeyUnreadable) {
   EXPECT_TRUE(check_verification("text", std::string(256, 'x'), pem, "SHA256").is_null);
 }
 
-TEST_F(OddKeys, LargestKeysWorkInEveryFunction) {
+TEST_F(UnusualKeys, LargestKeysWorkInEveryFunction) {
   const Key_pair pair("rsa16384");
   expect_derivation(pair);
   const std::string text(2048 - 42, 'x');
@@ -201,7 +195,7 @@ TEST_F(OddKeys, LargestKeysWorkInEveryFunction) {
 
 // A key of 16384 bits whose numbers are as large as numbers of their lengths can be; no real key's
 // text is longer.
-TEST_F(OddKeys, PrivateTextOfTheLargestKeyFitsTheResultBuffer) {
+TEST_F(UnusualKeys, PrivateTextOfTheLargestKeyFitsTheResultBuffer) {
   const std::string full(16384 / 4, 'f');
   const std::string half(8192 / 4, 'f');
   const Key key = rsa_key({{OSSL_PKEY_PARAM_RSA_N, full},
@@ -220,7 +214,7 @@ TEST_F(OddKeys, PrivateTextOfTheLargestKeyFitsTheResultBuffer) {
 }
 
 // The library reads such a modulus and tells its size, and refuses only the operation.
-TEST_F(OddKeys, KeysBeyondTheLargestFailInTheOperation) {
+TEST_F(UnusualKeys, KeysBeyondTheLargestFailInTheOperation) {
   const Key key = rsa_key(
       {{OSSL_PKEY_PARAM_RSA_N, std::string(16392 / 4, 'f')}, {OSSL_PKEY_PARAM_RSA_E, "10001"}});
   const std::string pem = public_pem(key.get()).value();

@@ -31,7 +31,7 @@ constexpr unsigned int longest_run_seconds = 60;
 // tried; all of them if HALVEX_ALL_FAULTS is set, which takes some five minutes.
 constexpr std::size_t usual_step = 23;
 
-constexpr const char *no_fault = "no fault struck";
+constexpr const char *no_fault = "no fault was injected";
 
 // Where the library is known to crash. Any other place may be ours: a null object that we pass on
 // crashes in the library too.
@@ -63,7 +63,7 @@ std::vector<First_call> first_calls() {
   };
 }
 
-const char *complaint_about(const First_call &call, const Raw_result &result) {
+const char *mismatch_of(const First_call &call, const Raw_result &result) {
   if (result.ending == Raw_result::Ending::null) {
     return nullptr;
   }
@@ -94,8 +94,7 @@ std::vector<std::string> frames_of(const std::string &report) {
   return frames;
 }
 
-class Cold_library_faults_test
-    : public ::testing::TestWithParam<std::tuple<First_call, Fault_mode>> {
+class FirstUseFaults : public ::testing::TestWithParam<std::tuple<First_call, Fault_mode>> {
  protected:
   static void SetUpTestSuite() {
     static Loaded_component component;
@@ -103,7 +102,7 @@ class Cold_library_faults_test
   }
 };
 
-TEST_P(Cold_library_faults_test, CrashInTheLibraryAtMost) {
+TEST_P(FirstUseFaults, CrashInTheLibraryAtMost) {
   if (under_address_sanitizer) {
     GTEST_SKIP() << "the sanitizer takes the crashes";
   }
@@ -111,14 +110,14 @@ TEST_P(Cold_library_faults_test, CrashInTheLibraryAtMost) {
   const Fault_mode mode = std::get<Fault_mode>(GetParam());
   std::vector<Argument_view> arguments;
   for (const std::string &text : first_call.arguments) {
-    arguments.push_back(view_of(text));
+    arguments.push_back(Argument_view(text));
   }
   const Registered_function &function = *find_function(first_call.function);
   const std::size_t step = std::getenv("HALVEX_ALL_FAULTS") == nullptr ? usual_step : 1;
 
   std::map<std::string, int> crashes;
   std::size_t faults = 0;
-  for (bool struck = true; struck; faults += struck ? 1 : 0) {
+  for (bool injected = true; injected; faults += injected ? 1 : 0) {
     const std::size_t nth = 1 + faults * step;
     const Child_end end = run_in_child(longest_run_seconds, [&] {
       static Raw_result result;
@@ -127,11 +126,11 @@ TEST_P(Cold_library_faults_test, CrashInTheLibraryAtMost) {
       if (!disarm_faults()) {
         report_line(nth, no_fault);
       }
-      if (const char *complaint = complaint_about(first_call, result)) {
-        report_line(nth, complaint);
+      if (const char *mismatch = mismatch_of(first_call, result)) {
+        report_line(nth, mismatch);
       }
     });
-    struck = end.report.find(no_fault) == std::string::npos;
+    injected = end.report.find(no_fault) == std::string::npos;
     if (end.crashed) {
       const std::vector<std::string> frames = frames_of(end.report);
       ASSERT_FALSE(frames.empty()) << "fault " << nth << ", signal " << end.signal << "\n"
@@ -146,7 +145,7 @@ TEST_P(Cold_library_faults_test, CrashInTheLibraryAtMost) {
       EXPECT_NE(stack.find(known_crash), std::string::npos) << "fault " << nth << "\n" << stack;
       ++crashes[stack];
     } else {
-      EXPECT_EQ(end.report, struck ? "" : std::to_string(nth) + ": " + no_fault + "\n");
+      EXPECT_EQ(end.report, injected ? "" : std::to_string(nth) + ": " + no_fault + "\n");
     }
   }
   EXPECT_GT(faults, 0U);
@@ -157,7 +156,7 @@ TEST_P(Cold_library_faults_test, CrashInTheLibraryAtMost) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    First, Cold_library_faults_test,
+    First, FirstUseFaults,
     ::testing::Combine(::testing::ValuesIn(first_calls()),
                        ::testing::Values(Fault_mode::once, Fault_mode::from_then_on)),
     [](const ::testing::TestParamInfo<std::tuple<First_call, Fault_mode>> &one) {
