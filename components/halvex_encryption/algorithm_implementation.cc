@@ -53,9 +53,8 @@ class Wipe_on_exit {
   std::string &text_;
 };
 
-// A plain search in the whole text, not for a label line: a comment with these words makes any text
-// private. The copy refuses a null text of some length (std::logic_error), which no SQL argument
-// can be.
+// Searches the whole text, not for a label line: a comment with these words makes any text private.
+// Copying a null text of non-zero length throws std::logic_error; no SQL argument is one.
 bool contains_private_key_label(const char *pem, std::uint64_t pem_length) {
   std::string text(pem, pem_length);
   const Wipe_on_exit wipe{text};

@@ -3,7 +3,7 @@
 //
 // What holds for the whole file:
 // - Operations that return bool return true on failure; `validate` is the exception.
-// - Who notices a failure reports it, once; where a failure is silent, the comment says so.
+// - The code that notices a failure reports it, once; the comments name failures without a record.
 // - Every object serves one row call on one thread. OpenSSL errors stay in the thread's queue; the
 //   row callback clears it on its way out.
 // - Only copying strings can throw (std::bad_alloc), so constructors may; operations never do.
@@ -43,12 +43,11 @@ static_assert(sizeof(Pkey_ptr) == sizeof(EVP_PKEY *));
 // text. The digest belongs to OpenSSL. Safe from any thread.
 const EVP_MD *get_digest_mode(const std::string &name) noexcept;
 
-// A read-only stream over the caller's bytes, which must outlive it; null when memory runs out. The
+// A read-only stream over the caller's bytes, which must outlive it; null when out of memory. The
 // length is narrowed to the `int` that OpenSSL takes.
 Bio_ptr memory_stream(const char *bytes, std::uint64_t length) noexcept;
 
-// Reads a key in its own way: stores a key that the caller then owns, or null, through the first
-// argument.
+// A reader of keys: stores a key that the caller then owns, or null, through the first argument.
 using Read_function =
     std::function<void(EVP_PKEY **key, const char *pem, std::uint64_t pem_length)>;
 
@@ -62,7 +61,7 @@ struct Key_reader {
              std::uint64_t pem_length, const Read_function &reader);
 
   Pkey_ptr key;
-  bool is_private = false;  // the text speaks of a private key, whether or not it could be read
+  bool is_private = false;  // the text contains "PRIVATE KEY", whether or not it was readable
   Function_metadata metadata;
 };
 
@@ -74,7 +73,7 @@ class Algorithm_validator {
   Algorithm_validator(const Algorithm_validator &) = delete;
   Algorithm_validator &operator=(const Algorithm_validator &) = delete;
 
-  // True when they are.
+  // True if they are.
   [[nodiscard]] virtual bool validate() noexcept = 0;
 
  protected:
@@ -84,13 +83,13 @@ class Algorithm_validator {
 // One key, generated or read, and its two PEM forms. Without a key both operations fail silently.
 class Key_generate_base {
  public:
-  // Answers true for a length in bits that must not be generated.
+  // Returns true for a length in bits that must not be generated.
   using Length_check = std::function<bool(int length)>;
   // Prepares a key generation context; true on failure.
   using Context_configuration = std::function<bool(EVP_PKEY_CTX *ctx, int bits)>;
 
-  // Generates a key of OpenSSL's `key_type` at once. A length that `is_invalid` refuses and a
-  // failing `configure` leave no key without a record; a failure of OpenSSL is reported.
+  // Generates a key of OpenSSL's `key_type` at once. A length that `is_invalid` rejects and a
+  // failing `configure` leave no key, without a record; a failure of OpenSSL is reported.
   Key_generate_base(Function_metadata call_metadata, int length_bits, int key_type,
                     const Length_check &is_invalid, const Context_configuration &configure);
 
@@ -119,8 +118,8 @@ class Key_generate_base {
   Function_metadata metadata;
 };
 
-// Encryption with a public key and decryption with a private key. What is particular to an
-// algorithm comes from the class that implements the two pure operations.
+// Encryption with a public key and decryption with a private key. What depends on the algorithm
+// comes from the class that implements the two pure operations.
 class Key_usage_encryption {
  public:
   Key_usage_encryption(const std::string &function_name, const std::string &algorithm,
@@ -143,7 +142,7 @@ class Key_usage_encryption {
                                      unsigned long *out_length) noexcept;
 
   // True, and reported, when data of `length` bytes cannot be handled with this key; true without a
-  // record when there is no key. To be asked before the other two.
+  // record when there is no key. Call it before the other two.
   [[nodiscard]] virtual bool supported_length(std::uint64_t length) noexcept = 0;
 
   // Sets the algorithm's parameters on `ctx`; silent.
@@ -164,7 +163,7 @@ class Key_usage_encryption {
 // here, with the digest whose upper-case name is given.
 class Key_usage_sign {
  public:
-  // Takes the key over.
+  // Takes ownership of the key.
   Key_usage_sign(Key_reader reader_of_key, Function_metadata call_metadata);
   virtual ~Key_usage_sign() = default;
   Key_usage_sign(const Key_usage_sign &) = delete;
@@ -179,7 +178,7 @@ class Key_usage_sign {
                                   unsigned long *signature_length,
                                   const std::string &digest_type) noexcept;
 
-  // False when `signature` belongs to `message`. Fails silently on an empty message, no key, a
+  // False if `signature` belongs to `message`. Fails silently on an empty message, no key, a
   // private key or an unknown digest; reports a failure of OpenSSL, of which a signature that does
   // not match is one.
   [[nodiscard]] virtual bool verify(const unsigned char *message, std::uint64_t message_length,

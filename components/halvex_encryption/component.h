@@ -8,19 +8,19 @@
 
 namespace halvex_encryption {
 
-// What is registered with the server. Built when the object is loaded; their destructors withdraw
-// at unload whatever deinit() has not.
+// What is registered with the server. Built when the object is loaded; at unload their destructors
+// unregister what deinit() has not.
 extern utilities::System_variables_list system_variables_list;
 extern utilities::UDF_list udf_list;
 
-// Registers both system variables and all seven functions, or, if any was refused, withdraws them
-// again and returns 1; else 0. Every refusal has been reported. 1 also if memory ran out while the
-// object was loaded. Called by the server, once. std::bad_alloc goes on to the server; what was
-// registered by then is withdrawn by deinit() or at unload.
+// Registers both system variables and all seven functions and returns 0. If the server rejects any,
+// reports it, unregisters them all again and returns 1. Returns 1 also if loading the object ran
+// out of memory. Called by the server, once. std::bad_alloc goes on to the server; what was
+// registered by then is unregistered by deinit() or at unload.
 int init();
 
-// Withdraws the variables, then the functions. 1 if any was refused: it stays listed, and a second
-// call or unloading tries it again; else 0. Called by the server.
+// Unregisters the variables, then the functions, and returns 0. Returns 1 if the server refuses
+// any: it stays listed, and a second call or unloading tries it again. Called by the server.
 int deinit() noexcept;
 
 }  // namespace halvex_encryption

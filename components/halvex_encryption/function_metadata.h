@@ -1,5 +1,5 @@
-// Which SQL function, on which algorithm: the value that every object of one row call carries so
-// that its reports can say whom they concern.
+// The SQL function and the algorithm of one row call, which every object of the call holds for its
+// reports.
 
 #ifndef HALVEX_ENCRYPTION_FUNCTION_METADATA_H
 #define HALVEX_ENCRYPTION_FUNCTION_METADATA_H

@@ -19,8 +19,9 @@ namespace halvex_encryption::rsa {
 inline constexpr Dovrin_int_limits key_size_limits{
     .default_value = 4096, .minimum = 2048, .maximum = 16384, .block_size = 1024};
 
-// The storage of the system variable maximum_rsa_key_size, in bits: what the server shows and what
-// records contain. Written by update while other threads read, hence accessed as a relaxed atomic.
+// The storage of the system variable maximum_rsa_key_size, in bits: what the server displays and
+// what records contain. Written by update while other threads read, hence accessed as a relaxed
+// atomic.
 extern std::int32_t maximum_rsa_key_size_value;
 
 // The copy that decides. Equal to the storage except during an update.
@@ -34,15 +35,15 @@ extern bool rsa_support_legacy_padding_value;
 bool legacy_padding_is_supported() noexcept;
 
 // The digests of the legacy verifier by upper-case name. Read-only once the component is loaded;
-// empty if there was no memory for them then, which keeps the component from being initialised.
+// empty if that ran out of memory, and init() fails then.
 using Legacy_digest_table = std::unordered_map<std::string, const EVP_MD *>;
 extern const Legacy_digest_table legacy_digests;
 
-// The callbacks of maximum_rsa_key_size. The value travels from check to update in a heap cell: a
-// 64-bit integer whose address is in the save area.
+// The callbacks of maximum_rsa_key_size. check passes the value to update in a heap cell: a 64-bit
+// integer whose address is in the save area.
 struct RSA_system_variables_data {
-  // 0 to accept `value`, 1 to refuse it, silently: also when memory runs out. Accepts 2048 to 16384
-  // bits in steps of 1024.
+  // Returns 0 to accept `value`, 1 to reject it, without a record; also 1 when out of memory.
+  // Accepts 2048 to 16384 bits in steps of 1024.
   static int check(THD *thread, SYS_VAR *variable, void *save, st_dovrin_value *value) noexcept;
 
   // Installs what check accepted and releases the cell.
@@ -52,8 +53,8 @@ struct RSA_system_variables_data {
 // Allows key lengths from 2048 bits to maximum_rsa_key_size, in steps of one.
 class RSA_generate_validator : public Algorithm_validator {
  public:
-  // A refused `key_bits` ( a negative SQL value arrives as a huge one) is reported if
-  // `logs_failure`.
+  // A rejected `key_bits` is reported if `logs_failure`. A negative SQL value arrives as a huge
+  // one.
   RSA_generate_validator(Function_metadata call_metadata, bool logs_failure,
                          std::uint64_t key_bits);
 
@@ -64,24 +65,25 @@ class RSA_generate_validator : public Algorithm_validator {
   std::uint64_t key_size;
 };
 
-// True when `length`, in bits, is no length at all.
+// True if `length`, in bits, is 0 or negative.
 [[nodiscard]] bool check_length(int length) noexcept;
 
 // Sets the length of the key to generate; the public exponent stays OpenSSL's. Silent.
 [[nodiscard]] bool set_ctx_properties(EVP_PKEY_CTX *ctx, int bits) noexcept;
 
-// A new RSA key, or whatever private key a PEM text holds.
+// A new RSA key, or the private key of any type that a PEM text contains.
 class RSA_key_generate : public Key_generate_base {
  public:
   RSA_key_generate(Function_metadata call_metadata, int length_bits);
   RSA_key_generate(Function_metadata call_metadata, const char *pem, std::uint64_t pem_length);
 };
 
-// The second try at a text that was no readable public key: reads it once more and lets only RSA
-// keys pass. Stores a key that the caller then owns, or null, through `key`.
+// Fallback for a text that was not readable as a public key: reads it once more and accepts RSA
+// keys only. Stores a key that the caller then owns, or null, through `key`.
 void pkcs1_key_reader(EVP_PKEY **key, const char *pem, std::uint64_t pem_length) noexcept;
 
-// RSAES-OAEP with SHA-1 (RFC 8017, 7.1), or RSAES-PKCS1-v1_5 (7.2), as `padding_mode` says.
+// RSAES-OAEP with SHA-1 (RFC 8017, 7.1), or RSAES-PKCS1-v1_5 (7.2), depending on
+// `padding_mode`.
 class RSA_encrypt_decrypt : public Key_usage_encryption {
  public:
   // `padding_mode` is RSA_PKCS1_OAEP_PADDING or RSA_PKCS1_PADDING.
@@ -111,8 +113,8 @@ class RSA_sign_verify : public Key_usage_sign {
   std::int32_t padding;
 };
 
-// Verifies RSASSA-PKCS1-v1_5 (RFC 8017, 8.2) where the message is the digest itself, and leniently:
-// only an error of OpenSSL fails, a signature that merely does not match passes. Reports nothing.
+// Verifies RSASSA-PKCS1-v1_5 (RFC 8017, 8.2) with the digest itself as the message. Intentional:
+// only an error of OpenSSL fails; a signature that merely does not match passes. Reports nothing.
 class RSA_legacy_verifier : public Key_usage_sign {
  public:
   using Key_usage_sign::Key_usage_sign;

@@ -20,7 +20,7 @@ constexpr Report_site openssl_error{13928, 118, "utilities", "handle_openssl_err
 
 constexpr std::size_t message_capacity = 8192;
 constexpr std::size_t openssl_text_capacity = 256;
-// Room for a component's and a variable's name; a longer pair is cut in reports.
+// Room for a component's and a variable's name; a longer pair is truncated in reports.
 constexpr std::size_t full_name_capacity = 512;
 
 constinit const Dovrin_log_builtins *log_builtins = nullptr;
@@ -40,7 +40,7 @@ const Dovrin_sys_variable_unregister &variable_unregister() noexcept {
 }
 
 // Reports a variable by its full name. The name is put together on the stack because variables are
-// also withdrawn while the object is unloaded, where an exception would end the server.
+// also unregistered while the object is unloaded, where an exception would end the server.
 void report_variable(const Report_site &site, const char *component, const char *name) noexcept {
   std::array<char, full_name_capacity> full_name;
   static_cast<void>(std::snprintf(full_name.data(), full_name.size(), "%s.%s", component, name));
@@ -133,8 +133,9 @@ void LogEvent::set_message(const char *format, va_list arguments) noexcept {
   constexpr std::size_t longest = message_capacity - 1;
   std::size_t length = log_builtins_string->format(message_, message_capacity, format, arguments);
   if (length > longest) {
-    constexpr char cut_mark[] = " <...>";
-    std::memcpy(message_ + longest + 1 - sizeof cut_mark, cut_mark, sizeof cut_mark);
+    constexpr char truncation_mark[] = " <...>";
+    std::memcpy(message_ + longest + 1 - sizeof truncation_mark, truncation_mark,
+                sizeof truncation_mark);
     length = longest;
   }
 
@@ -183,7 +184,8 @@ bool UDF_list::unregister() noexcept {
   for (auto position = names_.begin(); position != names_.end();) {
     int was_registered = 0;
     const int refused = udf_registration().udf_unregister(position->c_str(), &was_registered);
-    // A function that the server no longer knows needs no withdrawing, whatever the call returned.
+    // A function that the server no longer knows counts as unregistered, whatever the call
+    // returned.
     if (refused != 0 && was_registered != 0) {
       report(function_not_unregistered, position->c_str());
       ++position;

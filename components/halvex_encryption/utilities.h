@@ -16,7 +16,7 @@
 
 namespace halvex_encryption::utilities {
 
-// Where the server puts its handles before init(): the addresses of its tables of operations.
+// Handles of the server's services: the addresses of their tables of operations.
 // Written by the server only; all null until then.
 struct Service_slots {
   void *registry;
@@ -66,7 +66,7 @@ class LogEvent {
   LogEvent &lookup_quoted(long long code, const char *tag, ...) noexcept;
 
   // Formats `format` behind the tag and hands the text to the line. Longer texts than 8191 bytes
-  // are cut and end in " <...>". `arguments` is used up.
+  // are truncated and end in " <...>". `arguments` is used up.
   void set_message(const char *format, va_list arguments) noexcept;
 
  private:
@@ -82,7 +82,7 @@ class LogEvent {
 constexpr const char *message_tag = "Component component_halvex_encryption reported";
 
 // Writes one record for `site`. The arguments fill the conversions of the server's template, so
-// they travel in the only two forms it knows: texts as `const char *`, numbers as 64-bit integers.
+// they have one of its two forms: texts as `const char *`, numbers as 64-bit integers.
 template <typename... Arguments>
 void report(const Report_site &site, Arguments... arguments) noexcept {
   static_assert(((std::is_same_v<Arguments, const char *> ||
@@ -103,21 +103,21 @@ void report(const Report_site &site, Arguments... arguments) noexcept {
 // `algorithm` are the two fields of the call's Function_metadata.
 void handle_openssl_error(const std::string &function_name, const std::string &algorithm) noexcept;
 
-// The SQL functions that the server has accepted from this component and not yet given back. Used
-// from init(), deinit() and unloading only, so it has no lock.
+// The SQL functions that are registered with the server. Used from init(), deinit() and unloading
+// only, so it has no lock.
 class UDF_list {
  public:
   UDF_list() = default;
-  ~UDF_list();  // withdraws what is left; a refusal is reported and final
+  ~UDF_list();  // unregisters what is left; a refusal is reported and final
   UDF_list(const UDF_list &) = delete;
   UDF_list &operator=(const UDF_list &) = delete;
 
-  // Registers one scalar function. A refusal is reported. Throws std::bad_alloc, with nothing
+  // Registers one scalar function. A failure is reported. Throws std::bad_alloc, with nothing
   // registered, when its name cannot be copied.
   [[nodiscard]] bool add_scalar(const char *name, Item_result result_type, Udf_func_any row,
                                 Udf_func_init init, Udf_func_deinit deinit);
 
-  // Withdraws every function. One that the server knows and refuses to withdraw is reported and
+  // Unregisters every function. One that the server knows and refuses to unregister is reported and
   // stays for the next attempt; true if any does. Allocates nothing.
   [[nodiscard]] bool unregister() noexcept;
 
@@ -135,12 +135,12 @@ class System_variables_list {
   System_variables_list &operator=(const System_variables_list &) = delete;
 
   // Registers one variable under its bare `name`; the other arguments go to the server as they are.
-  // A refusal is reported. Throws std::bad_alloc, with nothing registered, when the name cannot be
+  // A failure is reported. Throws std::bad_alloc, with nothing registered, when the name cannot be
   // copied.
   [[nodiscard]] bool add(const char *name, int type_flag, const char *comment, Sys_var_check check,
                          Sys_var_update update, void *limits, void *storage);
 
-  // Withdraws every variable. Unlike for functions, every refusal counts: it is reported and the
+  // Unregisters every variable. Unlike for functions, every refusal counts: it is reported and the
   // name stays for the next attempt; true if any does. Allocates nothing.
   [[nodiscard]] bool unregister() noexcept;
 

@@ -47,10 +47,10 @@ typedef struct UDF_ARGS {
   void *extension;
 } UDF_ARGS;
 
-// Bytes in the buffer that the server hands to an init callback for its refusal.
+// Bytes in the buffer that the server passes to an init callback for its error message.
 enum { DOVRIN_UDF_MESSAGE_SIZE = 512 };
 
-// Returns false to accept; true after it has written a NUL-terminated refusal into `message`.
+// Returns false to accept; true after it has written a NUL-terminated error text into `message`.
 typedef bool (*Udf_func_init)(UDF_INIT *instance, UDF_ARGS *args, char *message);
 typedef void (*Udf_func_deinit)(UDF_INIT *instance);
 
@@ -61,7 +61,7 @@ typedef char *(*Udf_func_string)(UDF_INIT *instance, UDF_ARGS *args, char *resul
 typedef long long (*Udf_func_longlong)(UDF_INIT *instance, UDF_ARGS *args, unsigned char *is_null,
                                        unsigned char *error);
 
-// A row callback on its way through the registration; the result type says which shape it has.
+// A row callback of either shape, as the registration takes it; the result type decides which.
 typedef void (*Udf_func_any)(void);
 
 #ifdef __cplusplus
