@@ -1,5 +1,6 @@
 #include "sqlite/server_tables.h"
 
+#include <chrono>
 #include <mutex>
 #include <set>
 #include <string>
@@ -7,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "dovrin/services.h"
 #include "dovrin_host/server.h"
 #include "sqlite/system_table.h"
 
@@ -54,6 +56,23 @@ Cell limit_cell(const Variable_info &variable, long long limit) {
   return variable.type == Variable_type::integer ? Cell{std::int64_t{limit}} : Cell{};
 }
 
+constexpr std::string_view legacy_padding_name =
+    "component_halvex_encryption.rsa_support_legacy_padding";
+
+void warn_of_legacy_padding() {
+  dovrin_host::Log_record record;
+  record.time = std::chrono::system_clock::now();
+  record.priority = DOVRIN_PRIORITY_WARNING;
+  record.symbol = "LEGACY_PADDING_ON";
+  record.component = "server";
+  record.message = std::string{legacy_padding_name} +
+                   " is on: asymmetric_verify with a SHA-2 digest returns 1 for practically every "
+                   "signature, forged ones included. With OpenSSL 3.2 or later, "
+                   "asymmetric_decrypt returns made-up bytes for a damaged ciphertext, not NULL.";
+  record.hint = "Set it to OFF as soon as the old data is decrypted.";
+  dovrin_host::Server::instance().error_log().submit(record);
+}
+
 class Variables_table : public System_table {
  public:
   std::string name() const override { return "dovrin_variables"; }
@@ -79,8 +98,15 @@ class Variables_table : public System_table {
   int writable_column() const override { return 1; }
 
   Status update(const Table_row &row, sqlite3_value *value) override {
-    return dovrin_host::Server::instance().variables().set(std::get<std::string>(row.cells[0]),
-                                                           setting_of(value));
+    const auto &name = std::get<std::string>(row.cells[0]);
+    dovrin_host::System_variables &variables = dovrin_host::Server::instance().variables();
+    Status status = variables.set(name, setting_of(value));
+    const auto current = variables.get(name);
+    if (status.ok() && name == legacy_padding_name && current.ok() &&
+        current.value() == Variable_value{true}) {
+      warn_of_legacy_padding();
+    }
+    return status;
   }
 };
 

@@ -227,6 +227,23 @@ TEST_F(SqliteErrorLogTest, ShowsAllOfARecord) {
           MatchesRegex("'.+'"))));
 }
 
+TEST_F(SqliteErrorLogTest, TurningLegacyPaddingOnLeavesAWarning) {
+  const std::string set = "UPDATE temp.dovrin_variables SET value = ";
+  const std::string where = " WHERE name = '" + padding + "'";
+  database.run(set + "'OFF'" + where);
+  EXPECT_EQ(database.value("SELECT count(*) FROM dovrin_error_log"), "0");
+  database.run(set + "1" + where);
+  EXPECT_THAT(
+      database.rows("SELECT priority, code, symbol, component, message FROM dovrin_error_log"),
+      ElementsAre(ElementsAre(
+          "'warning'", "0", "'LEGACY_PADDING_ON'", "'server'",
+          sql_text(padding +
+                   " is on: asymmetric_verify with a SHA-2 digest returns 1 for practically every "
+                   "signature, forged ones included. With OpenSSL 3.2 or later, "
+                   "asymmetric_decrypt returns made-up bytes for a damaged ciphertext, not "
+                   "NULL."))));
+}
+
 TEST_F(SqliteErrorLogTest, ColumnsHaveTheirNames) {
   EXPECT_EQ(
       database.value("SELECT group_concat(name) FROM pragma_table_info('dovrin_error_log')"),
