@@ -1,6 +1,7 @@
 #include "dovrin_host/functions.h"
 
 #include <openssl/crypto.h>
+#include <openssl/err.h>
 
 #include <algorithm>
 #include <cstring>
@@ -38,6 +39,60 @@ class Running_scope {
 
  private:
   const std::string_view previous_;
+};
+
+// Puts aside what other users of OpenSSL left in the thread's error queue, and gives it back in
+// place of what the row left there. Costs one look at the queue if it is empty.
+class Foreign_errors {
+ public:
+  Foreign_errors() {
+    while (ERR_peek_error() != 0) {
+      errors_.emplace_back();
+      take_oldest(errors_.back());
+    }
+  }
+  Foreign_errors(const Foreign_errors &) = delete;
+  Foreign_errors &operator=(const Foreign_errors &) = delete;
+  ~Foreign_errors() {
+    ERR_clear_error();
+    for (const Error &error : errors_) {
+      give_back(error);
+    }
+  }
+
+ private:
+  struct Error {
+    unsigned long code = 0;
+    int line = 0;
+    bool has_text = false;
+    std::string file;
+    std::string function;
+    std::string text;
+  };
+
+  static void take_oldest(Error &error) {
+    const char *file = nullptr;
+    const char *function = nullptr;
+    const char *text = nullptr;
+    int flags = 0;
+    error.code = ERR_get_error_all(&file, &error.line, &function, &text, &flags);
+    error.has_text = (flags & ERR_TXT_STRING) != 0;
+    error.file = file;
+    error.function = function;
+    error.text = error.has_text ? text : "";
+  }
+
+  static void give_back(const Error &error) {
+    ERR_new();
+    ERR_set_debug(error.file.c_str(), error.line, error.function.c_str());
+    if (error.has_text) {
+      ERR_set_error(ERR_GET_LIB(error.code), ERR_GET_REASON(error.code), "%s", error.text.c_str());
+    } else {
+      ERR_set_error(ERR_GET_LIB(error.code), ERR_GET_REASON(error.code), nullptr);
+    }
+  }
+
+  std::vector<Error> errors_;
 };
 
 }  // namespace
@@ -82,14 +137,18 @@ bool Function_registry::add(Function_definition definition, Owner owner) {
   return functions_.add(std::move(name), owner, std::move(function));
 }
 
-Function_registry::Removal Function_registry::remove(std::string_view name) {
+Function_registry::Removal Function_registry::remove(std::string_view name, Owner caller) {
   const std::lock_guard lock{mutex_};
   const std::shared_ptr<Registered_function> function = functions_.find(name);
   if (!function) {
     return Removal::unknown;
   }
   if (function->open_instances > 0) {
-    return Removal::in_use;
+    if (functions_.owner_of(name) == caller) {
+      return Removal::in_use;
+    }
+    functions_.unpublish(name);
+    return Removal::removed;
   }
   functions_.erase(name);
   return Removal::removed;
@@ -220,10 +279,14 @@ Row_result Function_instance::row(std::span<const Argument> arguments) {
   if (!accepts(arguments)) {
     return error("was opened for arguments of other types");
   }
+  if (std::string long_key = find_long_key(arguments); !long_key.empty()) {
+    return error(long_key);
+  }
   wipe_copies();
   Copies_guard guard{*this};
   fill_arguments(arguments);
 
+  const Foreign_errors foreign_errors;
   const Running_scope running{name()};
   std::optional<Row_result> first;
   if (may_run_in_small_context(arguments)) {
@@ -305,7 +368,20 @@ Row_result Function_instance::integer_row() {
   return {.kind = Row_result::Kind::integer, .integer = value};
 }
 
-Row_result Function_instance::error(const char *what) {
+// Empty if there is none.
+std::string Function_instance::find_long_key(std::span<const Argument> arguments) const {
+  const std::size_t described = std::min(arguments.size(), description_.arguments.size());
+  for (std::size_t i = 0; i < described; ++i) {
+    const std::size_t length = arguments[i].bytes().size();
+    if (description_.arguments[i] == Argument_kind::key && length > longest_key) {
+      return "was given a key of " + std::to_string(length) + " bytes; the limit is " +
+             std::to_string(longest_key);
+    }
+  }
+  return {};
+}
+
+Row_result Function_instance::error(const std::string &what) {
   error_ = "The function " + name() + ' ' + what + '.';
   return {.kind = Row_result::Kind::error, .text = error_};
 }

@@ -109,8 +109,10 @@ class Function_registry {
   // neither a string nor an integer. A function with an owner can be pinned after publish(owner).
   [[nodiscard]] bool add(Function_definition definition, Owner owner);
 
-  // Changes nothing while instances are open.
-  Removal remove(std::string_view name);
+  // Changes nothing while instances are open, unless `caller` is not the function's owner. Then the
+  // caller is a destructor of the component as the process ends, and has to be obeyed: the function
+  // is only unpublished, and its name stays taken.
+  Removal remove(std::string_view name, Owner caller);
 
   // Pins the function; empty if none of that name is published.
   Function_pin pin(std::string_view name);
@@ -206,6 +208,10 @@ struct Row_result {
 static_assert(std::is_trivially_destructible_v<Argument>);
 static_assert(std::is_trivially_destructible_v<Row_result>);
 
+// The longest key argument, in bytes: keys of 16384 bits fit, and OpenSSL reads no key for minutes
+// on end, which nothing could interrupt.
+inline constexpr std::size_t longest_key = 16384;
+
 // The name of the function whose row the calling thread runs; empty outside of rows.
 std::string_view running_function() noexcept;
 
@@ -231,9 +237,13 @@ class Function_instance {
   // True if number and types of the arguments are those of `open`.
   bool accepts(std::span<const Argument> arguments) const;
 
-  // Runs one row. An error flag set by the function, or arguments that accepts() rejects (then the
-  // function is not called), give an error with a sentence that names the function. Exceptions of
-  // the component pass, after the copies of the arguments are wiped.
+  // Runs one row. Arguments that accepts() rejects, a key of more than `longest_key` bytes (then
+  // the function is not called) or an error flag set by the function give an error with a sentence
+  // that names the function. Exceptions of the component pass, after the copies of the arguments
+  // are wiped.
+  //
+  // The thread's OpenSSL error queue is as before afterwards: what others left there is no cause of
+  // this row's failure. Only marks on it (ERR_set_mark) are lost.
   Row_result row(std::span<const Argument> arguments);
 
  private:
@@ -255,7 +265,8 @@ class Function_instance {
   Row_result call_row();
   Row_result string_row();
   Row_result integer_row();
-  Row_result error(const char *what);
+  Row_result error(const std::string &what);
+  std::string find_long_key(std::span<const Argument> arguments) const;
   void fill_arguments(std::span<const Argument> arguments);
   void make_room(std::size_t needed);
   bool holds_in_copies(const char *pointer) const;

@@ -57,6 +57,20 @@ class Registrations {
     return found != slots_.end() ? found->second.entry : nullptr;
   }
 
+  // The owner of the entry; null if there is no entry.
+  Owner owner_of(std::string_view name) const {
+    const auto found = slots_.find(name);
+    return found != slots_.end() ? found->second.owner : nullptr;
+  }
+
+  // Unpublishes one entry.
+  void unpublish(std::string_view name) {
+    const auto found = slots_.find(name);
+    if (found != slots_.end()) {
+      found->second.published = false;
+    }
+  }
+
   void erase(std::string_view name) {
     const auto found = slots_.find(name);
     if (found != slots_.end()) {

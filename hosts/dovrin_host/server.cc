@@ -1,5 +1,6 @@
 #include "dovrin_host/server.h"
 
+#include <openssl/crypto.h>
 #include <openssl/ui.h>
 
 #include <filesystem>
@@ -83,7 +84,11 @@ Server &Server::instance() {
 
 Server::Server() : state_{service_state()} {
   keep_this_library_loaded();
-  UI_set_default_method(UI_null());
+  // libcrypto's own exit handler would free what rows in other threads still use.
+  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+  if (UI_get_default_method() == UI_OpenSSL()) {
+    UI_set_default_method(UI_null());
+  }
   set_small_context_use(small_context_use_of_environment());
 }
 

@@ -76,9 +76,10 @@ struct Component_info {
 class Server {
  public:
   // The process's server, made at the first call and never destroyed: a component's unload calls it
-  // as late as the end of the process. Making it sets libcrypto's default user interface to the
-  // null one for the whole process, so that an encrypted PEM never makes anybody wait for a
-  // terminal.
+  // as late as the end of the process. Making it changes libcrypto for the whole process: where
+  // its default user interface is OpenSSL's own, it becomes the null one, so that an encrypted PEM
+  // text never makes anybody wait for a terminal; and unless libcrypto was used before, it frees
+  // nothing as the process ends, when other threads may still compute rows.
   static Server &instance();
 
   Server(const Server &) = delete;

@@ -110,8 +110,9 @@ static int udf_register(const char *name, Item_result result_type, Udf_func_any 
 
 static int udf_unregister(const char *name, int *was_registered) noexcept try {
   using Removal = Function_registry::Removal;
-  const Removal removal =
-      name != nullptr ? service_state().functions.remove(name) : Removal::unknown;
+  const Removal removal = name != nullptr
+                              ? service_state().functions.remove(name, Owner_scope::current())
+                              : Removal::unknown;
   if (was_registered != nullptr) {
     *was_registered = removal == Removal::unknown ? 0 : 1;
   }

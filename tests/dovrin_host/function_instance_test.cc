@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <openssl/evperr.h>
 
 #include <algorithm>
 #include <array>
@@ -26,6 +28,8 @@ struct Calls {
   unsigned char error_before = 7;
   bool init_throws = false;
   bool row_throws = false;
+  bool row_raises = false;   // leaves an error in the OpenSSL queue
+  unsigned long queued = 7;  // the oldest error in the queue as the last row found it
   const char *refusal = nullptr;
   unsigned char is_null = 0;  // what the row answers
   unsigned char error = 0;
@@ -53,6 +57,10 @@ std::string describe(const UDF_ARGS &args, unsigned int i) {
 
 void note_row(const UDF_ARGS &args, unsigned char *is_null, unsigned char *error) {
   ++calls.rows;
+  calls.queued = ERR_peek_error();
+  if (calls.row_raises) {
+    ERR_raise(ERR_LIB_EVP, EVP_R_UNSUPPORTED_ALGORITHM);
+  }
   calls.is_null_before = *is_null;
   calls.error_before = *error;
   calls.first = args.arg_count > 0 ? args.args[0] : nullptr;
@@ -116,6 +124,10 @@ class FunctionInstanceTest : public testing::Test {
     add({"fill_result", STRING_RESULT, reinterpret_cast<Udf_func_any>(&fill_result), &init,
          &deinit});
     add({"forty_two", INT_RESULT, reinterpret_cast<Udf_func_any>(&forty_two), &init, &deinit});
+    add({"create_digest", INT_RESULT, reinterpret_cast<Udf_func_any>(&forty_two), nullptr,
+         nullptr});
+    add({"asymmetric_verify", INT_RESULT, reinterpret_cast<Udf_func_any>(&forty_two), nullptr,
+         nullptr});
     add({"bare", INT_RESULT, reinterpret_cast<Udf_func_any>(&forty_two), nullptr, nullptr});
     add({"unterminated", STRING_RESULT, reinterpret_cast<Udf_func_any>(&echo), &unterminated_init,
          nullptr});
@@ -329,6 +341,90 @@ TEST_F(FunctionInstanceTest, LongerArgumentsInLaterRowsAreCopiedWhole) {
     const std::string text(length, 'a');
     EXPECT_EQ(instance.value()->row(Arguments{Argument::string(text)}), string_result(text));
   }
+}
+
+TEST_F(FunctionInstanceTest, KeyAtTheLimitIsPassedOnAndALongerOneIsAnError) {
+  const auto verify = open("asymmetric_verify", std::vector(5, STRING_RESULT));
+  ASSERT_TRUE(verify.ok());
+  const std::string at_limit(16384, 'k');
+  const std::string longer(16385, 'k');
+  const auto arguments = [](const std::string &key, const std::string &others) {
+    return Arguments{Argument::string(others), Argument::string(others), Argument::string(others),
+                     Argument::string(key), Argument::string(others)};
+  };
+  EXPECT_EQ(verify.value()->row(arguments(at_limit, longer)), integer_result(42));
+  EXPECT_EQ(verify.value()->row(arguments(longer, "a")),
+            error_result("The function asymmetric_verify was given a key of 16385 bytes; the limit "
+                         "is 16384."));
+  EXPECT_EQ(calls.rows, 1);
+}
+
+TEST_F(FunctionInstanceTest, FunctionWithoutKeysHasNoLimit) {
+  const auto digest = open("create_digest", {STRING_RESULT, STRING_RESULT});
+  ASSERT_TRUE(digest.ok());
+  const std::string longer(100000, 'k');
+  EXPECT_EQ(digest.value()->row(Arguments{Argument::string(longer), Argument::string(longer)}),
+            integer_result(42));
+}
+
+// One error of the OpenSSL queue.
+struct Queued_error {
+  unsigned long code;
+  int line;
+  int flags;
+  std::string file;
+  std::string function;
+  std::string text;
+
+  bool operator==(const Queued_error &) const = default;
+};
+
+std::vector<Queued_error> take_queue() {
+  std::vector<Queued_error> errors;
+  const char *file = nullptr;
+  const char *function = nullptr;
+  const char *text = nullptr;
+  int line = 0;
+  int flags = 0;
+  while (const unsigned long code = ERR_get_error_all(&file, &line, &function, &text, &flags)) {
+    errors.push_back({code, line, flags & ERR_TXT_STRING, file, function, text});
+  }
+  return errors;
+}
+
+void leave_errors_of_another_user() {
+  ERR_raise(ERR_LIB_RSA, 7);
+  ERR_raise_data(ERR_LIB_USER, 9, "%s with %%s", "text");
+  ERR_raise(ERR_LIB_SYS, 2);
+}
+
+TEST_F(FunctionInstanceTest, ErrorsOfOtherUsersArePutAsideAndGivenBack) {
+  leave_errors_of_another_user();
+  const std::vector<Queued_error> expected = take_queue();
+  ASSERT_EQ(expected.size(), 3U);
+  const auto number = open("forty_two", {});
+  ASSERT_TRUE(number.ok());
+
+  calls.row_raises = true;
+  for (const bool throws : {false, true}) {
+    leave_errors_of_another_user();
+    calls.row_throws = throws;
+    if (throws) {
+      EXPECT_THROW(number.value()->row({}), std::bad_alloc);
+    } else {
+      EXPECT_EQ(number.value()->row({}), integer_result(42));
+    }
+    EXPECT_EQ(calls.queued, 0U);
+    EXPECT_TRUE(take_queue() == expected);
+  }
+}
+
+TEST_F(FunctionInstanceTest, RowLeavesNoErrorsOfItsOwn) {
+  const auto number = open("forty_two", {});
+  ASSERT_TRUE(number.ok());
+  calls.row_raises = true;
+  EXPECT_EQ(number.value()->row({}), integer_result(42));
+  EXPECT_EQ(ERR_peek_error(), 0U);
 }
 
 }  // namespace

@@ -47,8 +47,8 @@ TEST(FunctionRegistryTest, RefusesWhatItCouldNotCall) {
 TEST(FunctionRegistryTest, RemovalSaysWhetherTheFunctionWasKnown) {
   Function_registry registry;
   EXPECT_TRUE(registry.add(definition("a"), nullptr));
-  EXPECT_EQ(registry.remove("a"), Removal::removed);
-  EXPECT_EQ(registry.remove("a"), Removal::unknown);
+  EXPECT_EQ(registry.remove("a", nullptr), Removal::removed);
+  EXPECT_EQ(registry.remove("a", nullptr), Removal::unknown);
 }
 
 TEST(FunctionRegistryTest, OpenInstancesKeepAFunction) {
@@ -61,14 +61,29 @@ TEST(FunctionRegistryTest, OpenInstancesKeepAFunction) {
   const Function_pin moved = std::move(first);
   second = Function_pin{};
   EXPECT_EQ(registry.open_instances(nullptr), 1U);
-  EXPECT_EQ(registry.remove("a"), Removal::in_use);
+  EXPECT_EQ(registry.remove("a", nullptr), Removal::in_use);
+}
+
+TEST(FunctionRegistryTest, DestructorOfAComponentIsObeyedWhileInstancesAreOpen) {
+  Function_registry registry;
+  const int owner = 0;
+  EXPECT_TRUE(registry.add(definition("a"), &owner));
+  registry.publish(&owner);
+  const Function_pin pin = registry.pin("a");
+
+  EXPECT_EQ(registry.remove("a", &owner), Removal::in_use);
+  EXPECT_TRUE(registry.pin("a"));
+  EXPECT_EQ(registry.remove("a", nullptr), Removal::removed);
+  EXPECT_FALSE(registry.pin("a"));
+  EXPECT_EQ(registry.open_instances(&owner), 1U);
+  EXPECT_FALSE(registry.add(definition("a"), &owner));
 }
 
 TEST(FunctionRegistryTest, EndedUsesLetAFunctionGo) {
   Function_registry registry;
   EXPECT_TRUE(registry.add(definition("a"), nullptr));
   EXPECT_TRUE(registry.pin("a"));
-  EXPECT_EQ(registry.remove("a"), Removal::removed);
+  EXPECT_EQ(registry.remove("a", nullptr), Removal::removed);
 }
 
 TEST(FunctionRegistryTest, UnknownFunctionHasNoUse) {
@@ -88,7 +103,7 @@ TEST(FunctionRegistryTest, FunctionsOfAComponentAppearWhenItIsShown) {
   EXPECT_TRUE(registry.pin("a"));
   EXPECT_EQ(registry.unpublish_unless_open(&owner), 0U);
   EXPECT_FALSE(registry.pin("a"));
-  EXPECT_EQ(registry.remove("a"), Removal::removed);
+  EXPECT_EQ(registry.remove("a", &owner), Removal::removed);
 }
 
 TEST(FunctionRegistryTest, OpenInstanceKeepsAllFunctionsOfItsComponentShown) {
@@ -116,7 +131,7 @@ TEST(FunctionRegistryTest, DropForgetsOneOwnersFunctions) {
   EXPECT_TRUE(registry.add(definition("a"), &owner));
   EXPECT_TRUE(registry.add(definition("b"), nullptr));
   registry.drop(&owner);
-  EXPECT_EQ(registry.remove("a"), Removal::unknown);
+  EXPECT_EQ(registry.remove("a", nullptr), Removal::unknown);
   EXPECT_EQ(registry.list(), (std::vector<Function_info>{{"b", STRING_RESULT}}));
 }
 

@@ -1,4 +1,4 @@
-// What happens when a process ends with a component installed.
+// Processes of their own: what happens as one ends with a component installed, or as one begins.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -33,5 +33,23 @@ TEST(LateExitTest, ComponentReachesTheServerAfterItsHostIsClosedAndTheProcessEnd
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
+
+// Runs a scenario of host_process_program, which must print nothing and succeed.
+void expect_silent_success(const std::string &scenario) {
+  int status = -1;
+  EXPECT_EQ(run("'" HOST_PROCESS_PROGRAM "' " + scenario + " '" COMPONENT_FILE "'", status), "");
+  ASSERT_TRUE(WIFEXITED(status)) << "status " << status;
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST(LateExitTest, OpenInstanceLeavesNoRecord) { expect_silent_success("open_instance"); }
+
+TEST(LateExitTest, RowsInOtherThreadsGoOnWhileTheProcessEnds) {
+  for (int i = 0; i < 50; ++i) {
+    expect_silent_success("running_threads");
+  }
+}
+
+TEST(LateExitTest, UserInterfaceOfTheProgramIsKept) { expect_silent_success("own_interface"); }
 
 }  // namespace

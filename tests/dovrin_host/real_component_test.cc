@@ -2,7 +2,9 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <openssl/err.h>
 
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -13,6 +15,7 @@
 #include "dovrin_host/services.h"
 #include "printers.h"
 #include "records.h"
+#include "support/fixture.h"
 
 namespace dovrin_host {
 
@@ -145,6 +148,64 @@ TEST_F(RealComponentTest, MessageNamesTheLimitInForce) {
             "Component component_halvex_encryption reported: 'The key length 3072 is not valid for "
             "the function create_asymmetric_priv_key with the algorithm RSA. It must be between "
             "2048 and 2048 bits.'");
+}
+
+TEST_F(RealComponentTest, ErrorOfAnotherUserIsNotReportedAsTheCause) {
+  const auto encrypt = open("asymmetric_encrypt", std::vector(3, STRING_RESULT));
+  ASSERT_NE(encrypt, nullptr);
+  const std::vector arguments{Argument::string("RSA"), Argument::string("data"),
+                              Argument::string("no key")};
+  const auto run = [&] {
+    const Listener listener;
+    EXPECT_EQ(encrypt->row(arguments), Row_result{});
+    return listener.records();
+  };
+  const std::vector<Log_record> expected = run();
+  ERR_raise(ERR_LIB_USER, 9);
+  EXPECT_EQ(run(), expected);
+  EXPECT_EQ(ERR_GET_LIB(ERR_get_error()), ERR_LIB_USER);
+  EXPECT_EQ(ERR_get_error(), 0U);
+}
+
+// OpenSSL would work for seconds to minutes on these, and nothing could interrupt it.
+TEST_F(RealComponentTest, LongKeyIsAnErrorOfEveryFunctionThatTakesOne) {
+  std::string lines;
+  while (lines.size() < 200000 * 56) {
+    lines += "-----BEGIN PUBLIC KEY-----\nAAAA\n-----END PUBLIC KEY-----\n";
+  }
+  const std::string newlines(100000000, '\n');
+  const std::string one_too_many(longest_key + 1, 'A');
+  int functions = 0;
+  for (const Function_description &function : function_descriptions()) {
+    if (!function.has(Argument_kind::key)) {
+      continue;
+    }
+    ++functions;
+    const std::string name{function.name};
+    const auto instance = open(name.c_str(), std::vector(function.arguments.size(), STRING_RESULT));
+    ASSERT_NE(instance, nullptr);
+    for (const std::string *const key :
+         std::initializer_list<const std::string *>{&lines, &newlines, &one_too_many}) {
+      std::vector<Argument> arguments;
+      for (const Argument_kind kind : function.arguments) {
+        arguments.push_back(Argument::string(kind == Argument_kind::key ? *key : "RSA"));
+      }
+      const Listener listener;
+      EXPECT_EQ(instance->row(arguments),
+                error_result("The function " + name + " was given a key of " +
+                             std::to_string(key->size()) + " bytes; the limit is 16384."));
+      EXPECT_TRUE(listener.records().empty());
+    }
+  }
+  EXPECT_EQ(functions, 5);
+}
+
+TEST_F(RealComponentTest, LongestRsaKeyFits) {
+  const std::string key = halvex_test::fixture("rsa16384.pem");
+  const auto create = open("create_asymmetric_pub_key", {STRING_RESULT, STRING_RESULT});
+  ASSERT_NE(create, nullptr);
+  const std::vector arguments{Argument::string("RSA"), Argument::string(key)};
+  EXPECT_EQ(create->row(arguments).text, halvex_test::fixture("rsa16384-public.pem"));
 }
 
 TEST_F(RealComponentTest, OpenInstanceKeepsItInstalled) {
