@@ -9,10 +9,10 @@
 
 namespace {
 
-// Runs a command; returns its output and error output, and its exit status.
+// Runs a shell command; returns its output and its exit status.
 std::string run(const std::string &command, int &status) {
   std::string output;
-  FILE *const pipe = popen((command + " 2>&1").c_str(), "r");
+  FILE *const pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) {
     return output;
   }
@@ -27,7 +27,7 @@ std::string run(const std::string &command, int &status) {
 TEST(LateExitTest, ComponentReachesTheServerAfterItsHostIsClosedAndTheProcessEnds) {
   int status = -1;
   const std::string output = run("'" LATE_EXIT_PROGRAM "' '" LATE_EXIT_HOST
-                                 "' '" TEST_COMPONENTS_FOLDER "/withdraws_at_unload.so'",
+                                 "' '" TEST_COMPONENTS_FOLDER "/withdraws_at_unload.so' 2>&1",
                                  status);
   EXPECT_EQ(output, "late withdrawal: function 0 known 1 variable 0\n");
   ASSERT_TRUE(WIFEXITED(status));
@@ -37,7 +37,8 @@ TEST(LateExitTest, ComponentReachesTheServerAfterItsHostIsClosedAndTheProcessEnd
 // Runs a scenario of host_process_program, which must print nothing and succeed.
 void expect_silent_success(const std::string &scenario) {
   int status = -1;
-  EXPECT_EQ(run("'" HOST_PROCESS_PROGRAM "' " + scenario + " '" COMPONENT_FILE "'", status), "");
+  EXPECT_EQ(run("'" HOST_PROCESS_PROGRAM "' " + scenario + " '" COMPONENT_FILE "' 2>&1", status),
+            "");
   ASSERT_TRUE(WIFEXITED(status)) << "status " << status;
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
@@ -51,5 +52,22 @@ TEST(LateExitTest, RowsInOtherThreadsGoOnWhileTheProcessEnds) {
 }
 
 TEST(LateExitTest, UserInterfaceOfTheProgramIsKept) { expect_silent_success("own_interface"); }
+
+TEST(MinimalHostTest, VerifiesASignatureAndExplainsTheOneThatDoesNotMatch) {
+  const std::string command = "'" MINIMAL_HOST "' '" COMPONENT_FILE "'";
+  int status = -1;
+  EXPECT_EQ(run(command + " 2>/dev/null", status), "text: 1\nanother text: NULL\n");
+  EXPECT_EQ(status, 0);
+  const std::string records = run(command + " 2>&1 >/dev/null", status);
+  EXPECT_NE(records.find(" error 13928 HALVEX_LIBRARY_ERROR: "), std::string::npos) << records;
+}
+
+TEST(MinimalHostTest, FailureIsASentence) {
+  int status = -1;
+  EXPECT_EQ(run("'" MINIMAL_HOST "' /nonexistent.so 2>&1", status),
+            "There is no component file '/nonexistent.so'.\n");
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+}
 
 }  // namespace
