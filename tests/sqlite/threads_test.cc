@@ -1,16 +1,24 @@
-// Many threads in one process: connections of their own, one shared connection, and interruptions.
+// Many threads in one process: connections of their own, one shared connection, interruptions, and
+// the end of the process.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdlib>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "sqlite/database.h"
 #include "support/fixture.h"
+#include "support/temporary_folder.h"
 
 namespace halvex_test {
 namespace {
@@ -111,6 +119,60 @@ TEST(SqliteThreadsTest, AnotherThreadInterruptsAStatement) {
   other.join();
   EXPECT_EQ(step, SQLITE_INTERRUPT);
   EXPECT_EQ(database.value("SELECT length(create_digest('SHA256', 'abc'))"), "32");
+}
+
+// Ends the process while threads compute rows, as a program with daemon threads does.
+[[noreturn]] void exit_under_rows() {
+  std::atomic<int> started{0};
+  for (int i = 0; i < thread_count; ++i) {
+    std::thread{[&started] {
+      auto *const database = new Database;
+      ++started;
+      for (;;) {
+        database->value("SELECT create_digest('SHA256', 'abc')");
+      }
+    }}.detach();
+  }
+  while (started < thread_count) {
+    std::this_thread::yield();
+  }
+  std::exit(0);
+}
+
+TEST(SqliteExitTest, ThreadsMayStillComputeRows) {
+  constexpr int runs = 40;
+  for (int run = 0; run < runs; ++run) {
+    const pid_t child = fork();
+    if (child == 0) {
+      exit_under_rows();
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "run " << run;
+  }
+}
+
+// Open statements are no reason for a record when the process ends.
+TEST(SqliteExitTest, OpenStatementsLeaveNoRecord) {
+  const Temporary_folder folder;
+  const std::string log_file = folder / "records.json";
+  const pid_t child = fork();
+  if (child == 0) {
+    setenv("HALVEX_LOG_FILE", log_file.c_str(), 1);
+    auto *const database = new Database;
+    database->value("SELECT create_digest('SHA256', NULL)");
+    const Statement open = database->prepare(
+        "SELECT create_digest('SHA256', 'abc') UNION ALL SELECT create_digest('SHA256', 'abd')");
+    sqlite3_step(open.get());
+    std::exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  std::ifstream file{log_file};
+  const std::string records{std::istreambuf_iterator<char>{file}, {}};
+  EXPECT_THAT(records, testing::HasSubstr("13919"));
+  EXPECT_EQ(std::ranges::count(records, '\n'), 1) << records;
 }
 
 }  // namespace
