@@ -102,8 +102,8 @@ class First_write {
   First_write() {
     const auto page_size = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     const auto [low, high] =
-        std::minmax(reinterpret_cast<std::uintptr_t>(&rsa::maximum_rsa_key_size_value),
-                    reinterpret_cast<std::uintptr_t>(&rsa::maximum_rsa_key_size_current));
+        std::minmax({reinterpret_cast<std::uintptr_t>(&rsa::maximum_rsa_key_size_value),
+                     reinterpret_cast<std::uintptr_t>(&rsa::maximum_rsa_key_size_current)});
     pages = reinterpret_cast<void *>(low / page_size * page_size);
     size = (high / page_size + 1) * page_size - low / page_size * page_size;
     struct sigaction on_fault {};
