@@ -32,7 +32,7 @@ TEST(FunctionMetadata, KeepsNulBytes) {
 }
 
 // A locale of one-byte letters in which \xe4 is the small letter of \xc4 and \xff that of \xdf, in
-// force on this thread.
+// force.
 class Eight_bit_locale {
  public:
   Eight_bit_locale() {
@@ -49,21 +49,17 @@ class Eight_bit_locale {
         "cd " + folder_.string() + " && localedef -c --quiet -f ./charmap -i ./source ./eight_bit";
     static_cast<void>(std::system(command.c_str()));  // 1 for its warnings
     setenv("LOCPATH", folder_.c_str(), 1);
-    locale_ = newlocale(LC_CTYPE_MASK, "eight_bit", nullptr);
-    previous_ = uselocale(locale_);
+    is_in_force_ = std::setlocale(LC_CTYPE, "eight_bit") != nullptr;
   }
   ~Eight_bit_locale() {
-    uselocale(previous_);
-    if (locale_ != nullptr) {
-      freelocale(locale_);
-    }
+    std::setlocale(LC_CTYPE, "C");
     unsetenv("LOCPATH");
     std::filesystem::remove_all(folder_);
   }
   Eight_bit_locale(const Eight_bit_locale &) = delete;
   Eight_bit_locale &operator=(const Eight_bit_locale &) = delete;
 
-  [[nodiscard]] bool is_compiled() const { return locale_ != nullptr; }
+  [[nodiscard]] bool is_in_force() const { return is_in_force_; }
 
  private:
   static std::filesystem::path make_folder() {
@@ -72,14 +68,13 @@ class Eight_bit_locale {
   }
 
   const std::filesystem::path folder_ = make_folder();
-  locale_t locale_ = nullptr;
-  locale_t previous_ = nullptr;
+  bool is_in_force_ = false;
 };
 
 // A byte is taken as a signed character, so \xff is the number -1, which toupper leaves alone.
-TEST(FunctionMetadata, UpperCasesByTheThreadsLocaleWithSignedBytes) {
+TEST(FunctionMetadata, UpperCasesByTheLocaleWithSignedBytes) {
   const Eight_bit_locale locale;
-  ASSERT_TRUE(locale.is_compiled());
+  ASSERT_TRUE(locale.is_in_force());
   EXPECT_EQ(Function_metadata("f", "a\xe4\xff").algorithm, "A\xc4\xff");
 }
 
