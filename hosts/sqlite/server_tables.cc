@@ -56,6 +56,15 @@ Cell limit_cell(const Variable_info &variable, long long limit) {
   return variable.type == Variable_type::integer ? Cell{std::int64_t{limit}} : Cell{};
 }
 
+// The cells of a row. They are moved in: a braced list would copy each of them.
+template <typename... Values>
+std::vector<Cell> make_cells(Values &&...values) {
+  std::vector<Cell> cells;
+  cells.reserve(sizeof...(values));
+  (cells.emplace_back(std::forward<Values>(values)), ...);
+  return cells;
+}
+
 constexpr std::string_view legacy_padding_name =
     "component_halvex_encryption.rsa_support_legacy_padding";
 
@@ -85,12 +94,13 @@ class Variables_table : public System_table {
   std::vector<Table_row> rows() const override {
     std::vector<Table_row> rows;
     for (const Variable_info &variable : dovrin_host::Server::instance().variables().list()) {
-      rows.push_back({static_cast<std::int64_t>(rows.size()) + 1,
-                      {variable.name, value_cell(variable.value),
-                       std::string{dovrin_host::variable_type_name(variable.type)},
-                       value_cell(variable.default_value), limit_cell(variable, variable.minimum),
-                       limit_cell(variable, variable.maximum),
-                       limit_cell(variable, variable.block_size), variable.comment}});
+      rows.push_back(
+          {static_cast<std::int64_t>(rows.size()) + 1,
+           make_cells(variable.name, value_cell(variable.value),
+                      dovrin_host::variable_type_name(variable.type),
+                      value_cell(variable.default_value), limit_cell(variable, variable.minimum),
+                      limit_cell(variable, variable.maximum),
+                      limit_cell(variable, variable.block_size), variable.comment)});
     }
     return rows;
   }
@@ -161,11 +171,10 @@ class Error_log_table : public System_table {
     for (const auto &[sequence, record] : records_->snapshot()) {
       const auto id = static_cast<std::int64_t>(sequence);
       rows.push_back(
-          {id,
-           {id, dovrin_host::render_time(record.time),
-            std::string{dovrin_host::priority_name(record.priority)}, std::int64_t{record.code},
-            record.symbol, record.component, record.function, record.source_file,
-            std::int64_t{record.source_line}, record.message, record.hint}});
+          {id, make_cells(id, dovrin_host::render_time(record.time),
+                          dovrin_host::priority_name(record.priority), std::int64_t{record.code},
+                          record.symbol, record.component, record.function, record.source_file,
+                          std::int64_t{record.source_line}, record.message, record.hint)});
     }
     return rows;
   }
