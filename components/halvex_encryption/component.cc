@@ -4,6 +4,7 @@
 #include <array>
 
 #include "halvex_encryption/functions.h"
+#include "halvex_encryption/key_size_limits.h"
 #include "halvex_encryption/load_order.h"
 #include "halvex_encryption/rsa_implementation.h"
 
@@ -18,13 +19,13 @@ namespace {
 
 // Registers the second variable only if the first was accepted. True on failure.
 [[nodiscard]] bool register_variables() {
-  Dovrin_int_limits key_size_limits = rsa::key_size_limits;
+  Dovrin_int_limits maximum_key_size_limits = key_size_limits;
   Dovrin_bool_limits legacy_padding_limits{.default_value = false};
 
   return system_variables_list.add(
              "maximum_rsa_key_size", DOVRIN_VARIABLE_INT, "Maximum size of RSA key generation",
              rsa::RSA_system_variables_data::check, rsa::RSA_system_variables_data::update,
-             &key_size_limits, &rsa::maximum_rsa_key_size_value) ||
+             &maximum_key_size_limits, &rsa::maximum_rsa_key_size_value) ||
          system_variables_list.add(
              "rsa_support_legacy_padding", DOVRIN_VARIABLE_BOOL,
              "Supports legacy padding in decryption and signature verification functions", nullptr,

@@ -6,6 +6,7 @@
 #include <new>
 #include <utility>
 
+#include "halvex_encryption/key_size_limits.h"
 #include "halvex_encryption/load_order.h"
 #include "halvex_encryption/utilities.h"
 

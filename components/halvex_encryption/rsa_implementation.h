@@ -14,11 +14,6 @@
 
 namespace halvex_encryption::rsa {
 
-// The limits of the system variable maximum_rsa_key_size, in bits. The minimum is also that of
-// every key that is created.
-inline constexpr Dovrin_int_limits key_size_limits{
-    .default_value = 4096, .minimum = 2048, .maximum = 16384, .block_size = 1024};
-
 // The storage of the system variable maximum_rsa_key_size, in bits: what the server displays and
 // what records contain. Written by update while other threads read, hence accessed as a relaxed
 // atomic.

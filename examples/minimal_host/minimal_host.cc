@@ -53,6 +53,9 @@ void run(const char *component_file) {
       dovrin_host::Line_sink::to_descriptor(STDERR_FILENO, dovrin_host::render_line));
   auto component = server.acquire(component_file);
   require(component.status());
+  for (const dovrin_host::Component_info &installed : server.components()) {
+    static_cast<void>(std::printf("%s is installed\n", installed.name.c_str()));
+  }
   require(server.variables().set("component_halvex_encryption.maximum_rsa_key_size", 2048LL));
 
   const Argument rsa = Argument::string("RSA");

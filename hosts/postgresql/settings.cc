@@ -1,5 +1,6 @@
 #include "postgresql/settings.h"
 
+#include "halvex_encryption/key_size_limits.h"
 #include "postgresql/component_calls.h"
 #include "postgresql/server_log.h"
 // The server's headers redefine names of the C library, so they come last.
@@ -14,7 +15,7 @@ constexpr const char *legacy_padding_name =
 
 constexpr const char *record_level_name = "halvex_encryption.record_level";
 
-constexpr int key_size_block = 1024;
+using halvex_encryption::key_size_limits;
 
 constexpr config_enum_entry record_levels[] = {{"debug1", DEBUG1, false},
                                                {"log", LOG, false},
@@ -23,7 +24,7 @@ constexpr config_enum_entry record_levels[] = {{"debug1", DEBUG1, false},
                                                {nullptr, 0, false}};
 
 // What the component has when it is loaded.
-int maximum_key_size = 4096;
+int maximum_key_size = key_size_limits.default_value;
 bool legacy_padding = false;
 
 int level_of_records = LOG;
@@ -35,13 +36,13 @@ bool preloaded = false;
 // hook without its assign hook (ALTER SYSTEM) and the other way round (a transaction's end), and a
 // check of the component that is not followed by its update keeps memory.
 bool check_maximum_key_size(int *new_value, void ** /*extra*/, GucSource /*source*/) {
-  if (*new_value % key_size_block == 0) {
+  if (*new_value % key_size_limits.block_size == 0) {
     return true;
   }
-  GUC_check_errdetail("RSA key sizes are multiples of %d bits.", key_size_block);
+  GUC_check_errdetail("RSA key sizes are multiples of %d bits.", key_size_limits.block_size);
   GUC_check_errhint("The nearest sizes are %d and %d.",
-                    *new_value / key_size_block * key_size_block,
-                    (*new_value / key_size_block + 1) * key_size_block);
+                    *new_value / key_size_limits.block_size * key_size_limits.block_size,
+                    (*new_value / key_size_limits.block_size + 1) * key_size_limits.block_size);
   return false;
 }
 
@@ -94,8 +95,8 @@ void define_settings() {
       maximum_key_size_name, "Maximum size of RSA key generation",
       "In bits: a multiple of 1024 from 2048 to 16384. create_asymmetric_priv_key occupies its "
       "session for minutes with the largest sizes.",
-      &maximum_key_size, maximum_key_size, 2048, 16384, PGC_SIGHUP, 0, check_maximum_key_size,
-      assign_maximum_key_size, nullptr);
+      &maximum_key_size, maximum_key_size, key_size_limits.minimum, key_size_limits.maximum,
+      PGC_SIGHUP, 0, check_maximum_key_size, assign_maximum_key_size, nullptr);
   DefineCustomBoolVariable(
       legacy_padding_name,
       "Supports legacy padding in decryption and signature verification functions",

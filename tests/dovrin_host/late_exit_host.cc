@@ -7,7 +7,7 @@
 
 extern "C" __attribute__((visibility("default"))) int host_install(const char *path);
 
-// Installs a component for good. 0 for success.
+// Installs a component permanently. 0 for success.
 int host_install(const char *path) {
   const dovrin_host::Status status = dovrin_host::Server::instance().install(path);
   if (!status.ok()) {

@@ -56,7 +56,8 @@ TEST(LateExitTest, UserInterfaceOfTheProgramIsKept) { expect_silent_success("own
 TEST(MinimalHostTest, VerifiesASignatureAndExplainsTheOneThatDoesNotMatch) {
   const std::string command = "'" MINIMAL_HOST "' '" COMPONENT_FILE "'";
   int status = -1;
-  EXPECT_EQ(run(command + " 2>/dev/null", status), "text: 1\nanother text: NULL\n");
+  EXPECT_EQ(run(command + " 2>/dev/null", status),
+            "dovrin::component_halvex_encryption is installed\ntext: 1\nanother text: NULL\n");
   EXPECT_EQ(status, 0);
   const std::string records = run(command + " 2>&1 >/dev/null", status);
   EXPECT_NE(records.find(" error 13928 HALVEX_LIBRARY_ERROR: "), std::string::npos) << records;

@@ -71,7 +71,7 @@ TEST_F(RealComponentTest, KeySizeIsCheckedByItsLowBits) {
   System_variables &variables = server().variables();
   EXPECT_TRUE(variables.set(key_size, 8192LL).ok());
   EXPECT_EQ(variables.get(key_size).value(), Variable_value{8192LL});
-  // 4096 and 2 to the 32nd power: the component looks at the low 32 bits only, which is meant.
+  // 4096 and 2 to the 32nd power: Intentional: the component looks at the low 32 bits only.
   EXPECT_TRUE(variables.set(key_size, 4294971392LL).ok());
   EXPECT_EQ(variables.get(key_size).value(), Variable_value{4096LL});
   for (const Setting &refused : std::vector<Setting>{1024LL, 2047LL, 3000LL, 16385LL, 17408LL, 0LL,
