@@ -220,7 +220,7 @@ std::string_view running_function() noexcept;
 class Function_instance {
  public:
   // Runs the function's init for arguments of these types. Init sees number and types alone: every
-  // value is null, every argument may be NULL, attribute names are empty. A refusal is a failure
+  // value is null, every argument may be NULL, attribute names are empty. A rejection is a failure
   // with exactly the component's text. Exceptions of the component pass, after its deinit has run.
   static Result<std::unique_ptr<Function_instance>> open(Function_pin function,
                                                          std::span<const Item_result> types);

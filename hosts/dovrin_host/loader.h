@@ -30,7 +30,7 @@ class Loaded_component {
   Loaded_component &operator=(const Loaded_component &) = delete;
 
   // Releases the services, then closes the object. The slots stay filled: destructors that run
-  // while the object is unloaded may still withdraw what is registered.
+  // while the object is unloaded may still unregister what is registered.
   ~Loaded_component();
 
   // Fills the slots of the required services. Fails, with nothing filled, at a service that does

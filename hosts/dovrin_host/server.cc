@@ -248,7 +248,7 @@ Status Server::stop(Installed_map::iterator installed) {
 void Server::unload(std::unique_ptr<Loaded_component> component) {
   const Owner owner = component.get();
   state_.variables.unpublish(owner);
-  // The destructors that run now may still withdraw what is registered; the rest would lead
+  // The destructors that run now may still unregister what is registered; the rest would lead
   // nowhere.
   component.reset();
   state_.functions.drop(owner);

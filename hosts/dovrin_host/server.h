@@ -103,7 +103,7 @@ class Server {
   std::vector<Component_info> components() const;
 
   // Opens an instance of an installed function for arguments of these types. Fails if there is no
-  // such function, or with exactly the function's own refusal.
+  // such function, or with exactly the function's own message.
   Result<std::unique_ptr<Function_instance>> open_function(std::string_view name,
                                                            std::span<const Item_result> types);
 

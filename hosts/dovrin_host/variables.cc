@@ -87,7 +87,7 @@ bool in_limits(const Variable_definition &variable, long long value) {
          (variable.block_size <= 1 || value % variable.block_size == 0);
 }
 
-// The server's own check. Returns false to refuse.
+// The server's own check. Returns false to reject.
 bool check_limits(const Variable_definition &variable, const Setting &setting, Save_area &save) {
   if (variable.type == Variable_type::boolean) {
     const std::optional<bool> value = boolean_form(setting);
@@ -134,7 +134,7 @@ std::string allowed_values(const Variable_definition &variable) {
              : "integers from " + range;
 }
 
-Status refused(const Variable_definition &variable, const Setting &setting) {
+Status rejected(const Variable_definition &variable, const Setting &setting) {
   return Status::failure("The system variable " + variable.name + " cannot be set to '" +
                          make_excerpt(text_form(setting)) + "'. Allowed are " +
                          allowed_values(variable) + ".");
@@ -164,7 +164,7 @@ class Setting_thread_scope {
 Status check_and_update(const Variable_definition &variable, const Setting &setting) try {
   Save_area save;
   if (!check(variable, setting, save)) {
-    return refused(variable, setting);
+    return rejected(variable, setting);
   }
   update(variable, save);
   return {};

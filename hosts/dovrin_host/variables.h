@@ -113,7 +113,7 @@ class System_variables {
   // asks.
   bool remove(std::string_view name);
 
-  // Passes the value, unclipped, through check and update. A refused value is a failure that names
+  // Passes the value, unclipped, through check and update. A rejected value is a failure that names
   // the variable, the value and what is allowed.
   Status set(std::string_view name, const Setting &setting);
 

@@ -27,9 +27,9 @@ std::string run(const std::string &command, int &status) {
 TEST(LateExitTest, ComponentReachesTheServerAfterItsHostIsClosedAndTheProcessEnds) {
   int status = -1;
   const std::string output = run("'" LATE_EXIT_PROGRAM "' '" LATE_EXIT_HOST
-                                 "' '" TEST_COMPONENTS_FOLDER "/withdraws_at_unload.so' 2>&1",
+                                 "' '" TEST_COMPONENTS_FOLDER "/unregisters_at_unload.so' 2>&1",
                                  status);
-  EXPECT_EQ(output, "late withdrawal: function 0 known 1 variable 0\n");
+  EXPECT_EQ(output, "late unregistration: function 0 known 1 variable 0\n");
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }

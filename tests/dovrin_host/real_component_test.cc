@@ -74,12 +74,12 @@ TEST_F(RealComponentTest, KeySizeIsCheckedByItsLowBits) {
   // 4096 and 2 to the 32nd power: Intentional: the component looks at the low 32 bits only.
   EXPECT_TRUE(variables.set(key_size, 4294971392LL).ok());
   EXPECT_EQ(variables.get(key_size).value(), Variable_value{4096LL});
-  for (const Setting &refused : std::vector<Setting>{1024LL, 2047LL, 3000LL, 16385LL, 17408LL, 0LL,
-                                                     -4096LL, std::string{"many"}}) {
-    EXPECT_EQ(variables.set(key_size, refused).message(),
+  for (const Setting &rejected : std::vector<Setting>{1024LL, 2047LL, 3000LL, 16385LL, 17408LL, 0LL,
+                                                      -4096LL, std::string{"many"}}) {
+    EXPECT_EQ(variables.set(key_size, rejected).message(),
               "The system variable component_halvex_encryption.maximum_rsa_key_size cannot be set "
               "to '" +
-                  text_form(refused) + "'. Allowed are multiples of 1024 from 2048 to 16384.");
+                  text_form(rejected) + "'. Allowed are multiples of 1024 from 2048 to 16384.");
   }
   EXPECT_EQ(variables.get(key_size).value(), Variable_value{4096LL});
 }

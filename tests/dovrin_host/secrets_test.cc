@@ -108,7 +108,7 @@ class SecretsTest : public testing::Test {
  protected:
   SecretsTest() { EXPECT_TRUE(lease_.ok()) << lease_.message(); }
 
-  // Runs one row; false if init refuses the types.
+  // Runs one row; false if init rejects the types.
   static bool run(std::string_view function, const std::vector<Argument> &arguments) {
     std::vector<Item_result> types;
     std::ranges::transform(arguments, std::back_inserter(types), &Argument::type);
@@ -157,7 +157,7 @@ TEST_F(SecretsTest, NoExchangeOfTwoArgumentsWritesAPieceOfKeyOrPlaintext) {
       }
     }
   }
-  // Of the 25 exchanges, that of algorithm and length is refused by init.
+  // Of the 25 exchanges, that of algorithm and length is rejected by init.
   EXPECT_EQ(runs, 24);
 
   const std::string text = lower(sinks.text());

@@ -320,22 +320,23 @@ TEST_F(ServerTest, LastLeaseLeavesAComponentInUseInstalled) {
 }
 
 TEST_F(ServerTest, ComponentThatRefusesToStopStaysUsable) {
-  install("stubborn");
-  EXPECT_EQ(server().uninstall("dovrin::stubborn").message(),
-            "The component 'dovrin::stubborn' refused to stop: its deinit failed. The error log "
-            "says why.");
+  install("failing_deinit");
+  EXPECT_EQ(
+      server().uninstall("dovrin::failing_deinit").message(),
+      "The component 'dovrin::failing_deinit' refused to stop: its deinit failed. The error log "
+      "says why.");
   EXPECT_EQ(server().components().size(), 1U);
-  EXPECT_TRUE(server().open_function("stubborn", {}).ok());
-  uninstall("dovrin::stubborn");
+  EXPECT_TRUE(server().open_function("failing_deinit", {}).ok());
+  uninstall("dovrin::failing_deinit");
 }
 
 TEST_F(ServerTest, DestructorsAtUnloadStillReachTheServer) {
-  install("withdraws_at_unload");
+  install("unregisters_at_unload");
   testing::internal::CaptureStderr();
-  uninstall("dovrin::withdraws_at_unload");
+  uninstall("dovrin::unregisters_at_unload");
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "late withdrawal: function 0 known 1 variable 0\n");
-  EXPECT_FALSE(is_in_memory(file_of("withdraws_at_unload")));
+            "late unregistration: function 0 known 1 variable 0\n");
+  EXPECT_FALSE(is_in_memory(file_of("unregisters_at_unload")));
 }
 
 TEST_F(ServerTest, ComponentOfAnotherServerIsRefused) {

@@ -86,9 +86,9 @@ TEST_F(SystemVariablesTest, OwnCheckAcceptsIntegersInTheLimits) {
 
 TEST_F(SystemVariablesTest, OwnCheckRefusesEverythingElseAndSaysWhatIsAllowed) {
   EXPECT_TRUE(variables_.add(size_variable(&size_), nullptr));
-  const std::vector<Setting> refused{1024LL,  2047LL, 3000LL,      16385LL, 17408LL, 4294971392LL,
-                                     -2048LL, 0LL,    text("big"), 2048.5,  true};
-  for (const Setting &setting : refused) {
+  const std::vector<Setting> rejected{1024LL,  2047LL, 3000LL,      16385LL, 17408LL, 4294971392LL,
+                                      -2048LL, 0LL,    text("big"), 2048.5,  true};
+  for (const Setting &setting : rejected) {
     EXPECT_EQ(variables_.set("tests.size", setting).message(),
               "The system variable tests.size cannot be set to '" + text_form(setting) + "'. " +
                   allowed_sizes);
@@ -274,10 +274,10 @@ TEST(VariableServicesTest, VariablesAreRegisteredWithTheirLimitsAndWithdrawn) {
           {"tests.flag", true, Variable_type::boolean, true, 0, 0, 0, ""},
           {"tests.size", 4096LL, Variable_type::integer, 4096LL, 2048, 16384, 1024, "A size"}}));
 
-  const auto &withdrawal = sys_variable_unregister_table;
-  EXPECT_EQ(withdrawal.unregister_variable("tests", "size"), 0);
-  EXPECT_EQ(withdrawal.unregister_variable("tests", "flag"), 0);
-  EXPECT_NE(withdrawal.unregister_variable("tests", "flag"), 0);
+  const auto &unregistration = sys_variable_unregister_table;
+  EXPECT_EQ(unregistration.unregister_variable("tests", "size"), 0);
+  EXPECT_EQ(unregistration.unregister_variable("tests", "flag"), 0);
+  EXPECT_NE(unregistration.unregister_variable("tests", "flag"), 0);
   EXPECT_TRUE(variables.list().empty());
 }
 

@@ -6,7 +6,7 @@ namespace {
 
 int refusals_left = 1;
 
-int init() { return test_component::register_one("stubborn"); }
+int init() { return test_component::register_one("failing_deinit"); }
 
 int deinit() {
   if (refusals_left > 0) {
@@ -14,11 +14,11 @@ int deinit() {
     return 1;
   }
   int was_registered = 0;
-  return test_component::functions().udf_unregister("stubborn", &was_registered);
+  return test_component::functions().udf_unregister("failing_deinit", &was_registered);
 }
 
 const Dovrin_component descriptor{
-    "dovrin::stubborn",
+    "dovrin::failing_deinit",
     test_component::no_provided_services,
     test_component::registration_services,
     test_component::no_metadata,

@@ -21,8 +21,9 @@ class Withdrawal {
     int was_registered = 0;
     const int function = test_component::functions().udf_unregister("late", &was_registered);
     const int variable =
-        test_component::variables_withdrawal().unregister_variable("withdraws_at_unload", "late");
-    static_cast<void>(std::fprintf(stderr, "late withdrawal: function %d known %d variable %d\n",
+        test_component::variables_withdrawal().unregister_variable("unregisters_at_unload", "late");
+    static_cast<void>(std::fprintf(stderr,
+                                   "late unregistration: function %d known %d variable %d\n",
                                    function, was_registered, variable));
   }
 };
@@ -31,13 +32,13 @@ const Withdrawal withdrawal;
 
 int init() {
   return test_component::register_one("late") +
-         test_component::register_switch("withdraws_at_unload", "late", &storage);
+         test_component::register_switch("unregisters_at_unload", "late", &storage);
 }
 
 int deinit() { return 0; }
 
 const Dovrin_component descriptor{
-    "dovrin::withdraws_at_unload",
+    "dovrin::unregisters_at_unload",
     test_component::no_provided_services,
     test_component::registration_services,
     test_component::no_metadata,
