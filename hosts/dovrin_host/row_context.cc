@@ -260,7 +260,6 @@ std::chrono::nanoseconds time_to_read_a_key() {
     const Pkey_ptr key{PEM_read_bio_PUBKEY(bio.get(), nullptr, nullptr, nullptr)};
     shortest = std::min<std::chrono::nanoseconds>(shortest, Clock::now() - begin);
   }
-  ERR_clear_error();
   return shortest;
 }
 
@@ -291,6 +290,18 @@ bool pays(OSSL_LIB_CTX *small_context) {
   return on_one_thread || rows_come_from_several_threads();
 }
 
+// The calling thread's small context; null if its next row has to run in the default context.
+OSSL_LIB_CTX *small_context_for_row() noexcept {
+  const Small_context_use use = chosen_use;
+  if (use == Small_context_use::never || !default_context_is_unchanged()) {
+    return nullptr;
+  }
+  OSSL_LIB_CTX *const small_context = small_context_of_this_thread();
+  const bool wanted =
+      small_context != nullptr && (use == Small_context_use::always || pays(small_context));
+  return wanted ? small_context : nullptr;
+}
+
 }  // namespace
 
 Small_context_use small_context_use_of_environment() noexcept {
@@ -319,12 +330,11 @@ bool reads_alike_in_small_context(std::string_view pem) noexcept {
 }
 
 Small_context_scope::Small_context_scope() noexcept {
-  const Small_context_use use = chosen_use;
-  if (use == Small_context_use::never || !default_context_is_unchanged()) {
-    return;
-  }
-  OSSL_LIB_CTX *const small_context = small_context_of_this_thread();
-  if (small_context != nullptr && (use == Small_context_use::always || pays(small_context))) {
+  // A row must not report an error of these questions as its cause.
+  ERR_set_mark();
+  OSSL_LIB_CTX *const small_context = small_context_for_row();
+  ERR_pop_to_mark();
+  if (small_context != nullptr) {
     former_ = OSSL_LIB_CTX_set0_default(small_context);
   }
 }

@@ -403,6 +403,15 @@ TEST_F(RowContextDifferenceTest, ValuesOfTheSmallContextAreRightInTheDefaultOne)
             1);
 }
 
+TEST_F(RowContextDifferenceTest, DefaultPropertiesThatHideRsaGiveTheSameRecords) {
+  ASSERT_EQ(EVP_set_default_properties(nullptr, "fips=yes"), 1);
+  const Outcome outcome =
+      expect_same({"asymmetric_sign", {"RSA", "text", fixture("rsa2048.pem"), "SHA256"}});
+  ASSERT_EQ(EVP_set_default_properties(nullptr, ""), 1);
+  EXPECT_EQ(outcome.kind, Row_result::Kind::null);
+  EXPECT_EQ(outcome.records.size(), 2U);
+}
+
 TEST_F(RowContextDifferenceTest, ThreadsComeAndGo) {
   const Call call{"create_asymmetric_pub_key", {"RSA", fixture("rsa2048.pem")}};
   for (int round = 0; round < 50; ++round) {
