@@ -391,6 +391,7 @@ TEST_F(OpensslFailures, EncryptionWithTheWrongKindOfKeyIsReportedBeforeTheKeyIsF
 TEST_F(OpensslFailures, PemTextThatCannotBeTakenFromTheStreamIsReportedAndLeavesNoBytes) {
   for (const Forced_failure &failure :
        {Forced_failure{"BIO_read", 1, 0}, Forced_failure{"BIO_read", 1, -1},
+        Forced_failure{.function = "BIO_read", .value = 100, .reaches_libcrypto = true},
         Forced_failure{"BIO_ctrl", 1, 0}}) {
     server.forget_records();
     Call_site site(server.function("create_asymmetric_pub_key"), {"RSA", private_key()});

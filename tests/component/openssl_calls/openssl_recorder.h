@@ -17,12 +17,14 @@
 namespace halvex_test {
 
 // Calls to let fail: from its `occurrence`th call (counted from 1) on, `count` calls of `function`
-// do not reach libcrypto, queue forced_error() and return `value`, or a null pointer.
+// queue forced_error() and return `value`, or a null pointer. They do not reach libcrypto, unless
+// `reaches_libcrypto`.
 struct Forced_failure {
   std::string function;
   int occurrence = 1;
   int value = 0;
   int count = 1;
+  bool reaches_libcrypto = false;
 };
 
 // The packed error that a forced failure queues, and its text as ERR_error_string renders it.
