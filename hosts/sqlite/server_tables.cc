@@ -1,7 +1,10 @@
 #include "sqlite/server_tables.h"
 
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <mutex>
+#include <new>
 #include <set>
 #include <string>
 #include <string_view>
@@ -126,9 +129,11 @@ struct Served_connections {
   std::mutex mutex;  // guards the set
   std::set<const sqlite3 *> set;
 
-  // Never destroyed: connections may still be open when the process ends.
+  // Never destroyed: connections may still be open when the process ends. Not in the heap either:
+  // a second copy of the extension is closed again.
   static Served_connections &instance() {
-    static auto *const connections = new Served_connections;
+    alignas(Served_connections) static std::array<std::byte, sizeof(Served_connections)> room;
+    static auto *const connections = new (room.data()) Served_connections;
     return *connections;
   }
 };

@@ -34,9 +34,9 @@ bool install(const char *component) {
 
 const std::array digest_arguments{Argument::string("SHA512"), Argument::string("text")};
 
-std::unique_ptr<Function_instance> open_digest() {
+auto open_digest() {
   const std::array types{STRING_RESULT, STRING_RESULT};
-  return Server::instance().open_function("create_digest", types).value();
+  return Server::instance().open_function("create_digest", types);
 }
 
 // Ends while an instance is open.
@@ -44,7 +44,7 @@ int leave_instance_open(const char *component) {
   if (!install(component)) {
     return 1;
   }
-  static Function_instance *const open = open_digest().release();
+  static Function_instance *const open = open_digest().value().release();
   return open->row(digest_arguments).kind == dovrin_host::Row_result::Kind::string ? 0 : 1;
 }
 
@@ -55,10 +55,10 @@ int leave_threads_running(const char *component) {
   }
   for (int i = 0; i < thread_count; ++i) {
     std::thread([] {
-      for (;;) {
-        const auto instance = open_digest();
+      // Until the component's destructors have unregistered the function.
+      for (auto instance = open_digest(); instance.ok(); instance = open_digest()) {
         for (int row = 0; row < 100; ++row) {
-          static_cast<void>(instance->row(digest_arguments));
+          static_cast<void>(instance.value()->row(digest_arguments));
         }
       }
     }).detach();
