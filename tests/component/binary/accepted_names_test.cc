@@ -36,7 +36,7 @@ std::set<std::string> possible_names() {
   const std::string file = content_of(component_path());
   const auto header = header_at<Elf64_Ehdr>(file, 0);
   std::set<std::string> names;
-  for (int i = 0; i < header.e_phnum; ++i) {
+  for (std::size_t i = 0; i < header.e_phnum; ++i) {
     const auto segment = header_at<Elf64_Phdr>(file, header.e_phoff + i * sizeof(Elf64_Phdr));
     if (segment.p_type != PT_LOAD || segment.p_flags != PF_R) {
       continue;
