@@ -118,7 +118,8 @@ TEST_P(CommandBySize, DecryptsWhatTheCommandEncrypts) {
 TEST_P(CommandBySize, RefusesToEncryptOneByteMoreAsTheCommandDoes) {
   const std::string text(limit() + 1, 'x');
   EXPECT_FALSE(command_encrypts(public_key, text, "oaep").has_value());
-  expect_null({data_too_long(encrypt, limit() + 1, limit())}, encrypt, {"RSA", text, public_key});
+  expect_null({data_too_long(encrypt, limit() + 1, static_cast<long long>(limit()))}, encrypt,
+              {"RSA", text, public_key});
 }
 
 TEST_P(CommandBySize, DecryptsTheOldPaddingOfTheCommandWhileTheSwitchIsOn) {

@@ -65,8 +65,8 @@ TEST_F(EncryptionFunctions, LimitFollowsTheSizeOfTheKey) {
     server.forget_records();
     EXPECT_FALSE(encrypt(std::string(limit, 'd'), fixture(file)).row.is_null) << file;
     EXPECT_THAT(encrypt(std::string(limit + 1, 'd'), fixture(file)), IsSqlNull()) << file;
-    EXPECT_THAT(server.records(),
-                ElementsAre(data_too_long("asymmetric_encrypt", limit + 1, limit)))
+    EXPECT_THAT(server.records(), ElementsAre(data_too_long("asymmetric_encrypt", limit + 1,
+                                                            static_cast<long long>(limit))))
         << file;
   }
 }
