@@ -113,7 +113,7 @@ make_cluster() {
 
 # launch_cluster NAME: starts a server that was made, and waits until it answers.
 #
-# In a session of its own the server does not see the Ctrl-C that is meant for psql; should this
+# In a session of its own the server does not see a Ctrl-C typed into psql; should this
 # script be killed, the system tells the server to stop.
 launch_cluster() {
   local name=$1 folder
