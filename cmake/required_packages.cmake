@@ -43,9 +43,9 @@ if(HALVEX_BUILD_POSTGRESQL_HOST)
   endif()
   require_debian_package(postgresql_headers_found HALVEX_BUILD_POSTGRESQL_HOST postgresql-server-dev-all)
   execute_process(COMMAND ${HALVEX_PG_CONFIG} --version OUTPUT_VARIABLE version)
-  string(REGEX MATCH "[0-9]+" version "${version}")
-  if(NOT version IN_LIST postgresql_versions)
-    message(FATAL_ERROR "${HALVEX_PG_CONFIG} is that of PostgreSQL ${version}, which is not supported; the "
+  string(REGEX MATCH "[0-9]+" HALVEX_PG_VERSION "${version}")
+  if(NOT HALVEX_PG_VERSION IN_LIST postgresql_versions)
+    message(FATAL_ERROR "${HALVEX_PG_CONFIG} is that of PostgreSQL ${HALVEX_PG_VERSION}, which is not supported; the "
                         "extension is built for one of: ${postgresql_versions}. Set HALVEX_PG_CONFIG to the "
                         "pg_config of a supported server, or switch HALVEX_BUILD_POSTGRESQL_HOST off.")
   endif()

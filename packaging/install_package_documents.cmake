@@ -1,0 +1,19 @@
+# Installs the documents that every Debian package has: its copyright, the changes of the project and those of the
+# package. The caller sets `package`, `version`, `maintainer` and `source_folder`. The date is SOURCE_DATE_EPOCH's, and
+# HALVEX_PACKAGE_REVISION in the environment is the part of the package's version behind the hyphen.
+
+set(folder $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/share/doc/${package})
+string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+set(revision $ENV{HALVEX_PACKAGE_REVISION})
+if(NOT revision)
+  set(revision 1)
+endif()
+
+configure_file(${source_folder}/packaging/copyright.in ${folder}/copyright @ONLY)
+configure_file(${source_folder}/packaging/changelog.in ${folder}/changelog.Debian @ONLY)
+configure_file(${source_folder}/CHANGELOG.md ${folder}/changelog COPYONLY)
+file(CHMOD ${folder}/copyright ${folder}/changelog ${folder}/changelog.Debian
+     PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+configure_file(${source_folder}/packaging/lintian-overrides.in
+               $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/share/lintian/overrides/${package} @ONLY)
+execute_process(COMMAND gzip -9nf ${folder}/changelog ${folder}/changelog.Debian COMMAND_ERROR_IS_FATAL ANY)

@@ -1,0 +1,41 @@
+# Removes the files that `cmake --install` has put down from BUILD_FOLDER, below DESTDIR if that is set, and the
+# folders of this project that are then empty.
+
+set(own_folders component_halvex_encryption components dovrin dovrin_interface halvex halvex_encryption sqlite)
+
+file(GLOB manifests ${BUILD_FOLDER}/install_manifest*.txt)
+if(NOT manifests)
+  message(FATAL_ERROR "Nothing was installed from ${BUILD_FOLDER}: it has no install_manifest*.txt.")
+endif()
+
+set(folders)
+foreach(manifest IN LISTS manifests)
+  file(STRINGS ${manifest} files)
+  foreach(file IN LISTS files)
+    set(path $ENV{DESTDIR}${file})
+    if(EXISTS ${path} OR IS_SYMLINK ${path})
+      message(STATUS "Removing ${path}")
+      file(REMOVE ${path})
+      if(EXISTS ${path} OR IS_SYMLINK ${path})
+        message(FATAL_ERROR "${path} cannot be removed.")
+      endif()
+    endif()
+    cmake_path(GET path PARENT_PATH folder)
+    list(APPEND folders ${folder})
+  endforeach()
+endforeach()
+
+list(REMOVE_DUPLICATES folders)
+foreach(folder IN LISTS folders)
+  cmake_path(GET folder PARENT_PATH parent)
+  foreach(candidate IN ITEMS ${folder} ${parent})
+    foreach(own IN LISTS own_folders)
+      file(GLOB content ${candidate}/*)
+      if(candidate MATCHES "/${own}$" AND IS_DIRECTORY ${candidate} AND NOT content)
+        file(REMOVE_RECURSE ${candidate})
+      endif()
+    endforeach()
+  endforeach()
+endforeach()
+
+file(REMOVE ${manifests})
