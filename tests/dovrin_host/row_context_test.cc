@@ -367,7 +367,7 @@ TEST_F(RowContextDifferenceTest, RandomCallsGiveTheSameInBothContexts) {
       encrypted[random.below(encrypted.size())] ^= 1;
     }
     // A made-up plaintext, which newer libraries give with the legacy switch on, depends on key and
-    // ciphertext alone. the key alone.
+    // ciphertext alone.
     values +=
         expect_same({"asymmetric_decrypt", {"RSA", encrypted, private_key}}).kind == string_value;
 
