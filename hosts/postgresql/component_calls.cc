@@ -152,6 +152,17 @@ Row_result run_row(Call_site &site, std::span<const Argument> arguments) noexcep
       });
 }
 
+std::span<const dovrin_host::Version> list_versions(const char *built_with,
+                                                    const char *running) noexcept {
+  static std::vector<dovrin_host::Version> versions;
+  const bool listed = run_operation([=] {
+    versions = dovrin_host::list_versions({"PostgreSQL", built_with, running});
+    return Status{};
+  });
+  return listed ? std::span<const dovrin_host::Version>{versions}
+                : std::span<const dovrin_host::Version>{};
+}
+
 const char *failure_text() noexcept { return failure.data(); }
 bool was_out_of_memory() noexcept { return memory_failure; }
 

@@ -12,6 +12,7 @@
 
 #include "dovrin_host/error_log.h"
 #include "dovrin_host/functions.h"
+#include "dovrin_host/versions.h"
 
 namespace halvex_postgresql {
 
@@ -47,6 +48,12 @@ void close_call_site(Call_site *site) noexcept;
 // Runs one row with arguments of the types that the call site was opened for. An exception of the
 // component is an error too.
 Row_result run_row(Call_site &site, std::span<const Argument> arguments) noexcept;
+
+// The rows of dovrin_host::list_versions for a server that was built with the headers of
+// `built_with` and runs as `running`. Valid until the next call; empty with failure_text() if out
+// of memory.
+std::span<const dovrin_host::Version> list_versions(const char *built_with,
+                                                    const char *running) noexcept;
 
 // Why the last operation failed, and whether for want of memory. Static storage, overwritten by the
 // next failure.

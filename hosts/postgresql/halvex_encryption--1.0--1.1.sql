@@ -33,5 +33,14 @@ COMMENT ON FUNCTION create_digest(text, text) IS
 COMMENT ON FUNCTION create_digest(text, bytea) IS
   'SHA-2 or SHA-3 digest of the bytes, or NULL';
 
+-- What a bug report needs. The file name is for those who may see the server's settings.
+CREATE FUNCTION halvex_encryption_versions(OUT name text, OUT value text) RETURNS SETOF record
+  AS 'MODULE_PATHNAME', 'halvex_encryption_versions'
+  LANGUAGE C VOLATILE PARALLEL SAFE ROWS 7;
+COMMENT ON FUNCTION halvex_encryption_versions() IS
+  'Versions of the extension, the server and OpenSSL, and the component''s file';
+REVOKE EXECUTE ON FUNCTION halvex_encryption_versions() FROM PUBLIC;
+GRANT EXECUTE ON FUNCTION halvex_encryption_versions() TO pg_read_all_settings;
+
 -- Fails now, and not at the first use, if the component cannot be loaded.
 SELECT create_digest('SHA256'::text, ''::bytea);

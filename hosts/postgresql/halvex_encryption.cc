@@ -4,6 +4,7 @@
 // hangs on the server's own record of the call site and ends with the memory context of that
 // record, whichever way the statement ends.
 
+#include <array>
 #include <span>
 #include <type_traits>
 
@@ -210,6 +211,23 @@ Datum call(FunctionCallInfo call, const char *name) {
   return call->isnull ? Datum{0} : result_datum(result, name);
 }
 
+// The table of versions, row by row into the caller's result.
+void store_versions(FunctionCallInfo call) {
+  ensure_component();
+  const auto versions = list_versions(PG_VERSION, GetConfigOption("server_version", false, false));
+  if (versions.empty()) {
+    raise_error(ERRCODE_OUT_OF_MEMORY, failure_text());
+  }
+  InitMaterializedSRF(call, 0);
+  const auto *const result = reinterpret_cast<ReturnSetInfo *>(call->resultinfo);
+  for (const dovrin_host::Version &version : versions) {
+    std::array<Datum, 2> values{CStringGetTextDatum(version.name.c_str()),
+                                CStringGetTextDatum(version.value.c_str())};
+    std::array<bool, 2> nulls{};
+    tuplestore_putvalues(result->setResult, result->setDesc, values.data(), nulls.data());
+  }
+}
+
 }  // namespace
 }  // namespace halvex_postgresql
 
@@ -268,6 +286,13 @@ Datum halvex_asymmetric_verify(FunctionCallInfo fcinfo) {
 PG_FUNCTION_INFO_V1(halvex_create_digest);
 Datum halvex_create_digest(FunctionCallInfo fcinfo) {
   return halvex_postgresql::call(fcinfo, "create_digest");
+}
+
+// halvex_encryption_versions() -> set of (name text, value text)
+PG_FUNCTION_INFO_V1(halvex_encryption_versions);
+Datum halvex_encryption_versions(FunctionCallInfo fcinfo) {
+  halvex_postgresql::store_versions(fcinfo);
+  return Datum{0};
 }
 
 }  // extern "C"

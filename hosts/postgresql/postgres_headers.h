@@ -20,6 +20,7 @@ extern "C" {
 #include <catalog/pg_type_d.h>
 #include <common/string.h>
 #include <fmgr.h>
+#include <funcapi.h>
 #include <mb/pg_wchar.h>
 #include <miscadmin.h>
 #include <storage/ipc.h>

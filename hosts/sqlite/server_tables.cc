@@ -13,6 +13,7 @@
 
 #include "dovrin/services.h"
 #include "dovrin_host/server.h"
+#include "dovrin_host/versions.h"
 #include "sqlite/system_table.h"
 
 namespace halvex_sqlite {
@@ -123,7 +124,24 @@ class Variables_table : public System_table {
   }
 };
 
-// The connections with both tables. SQLite offers no query for this that leaves the database file
+class Versions_table : public System_table {
+ public:
+  std::string name() const override { return "dovrin_versions"; }
+
+  std::string columns() const override { return "name TEXT, value TEXT"; }
+
+  std::vector<Table_row> rows() const override {
+    std::vector<Table_row> rows;
+    for (dovrin_host::Version &version :
+         dovrin_host::list_versions({"SQLite", SQLITE_VERSION, sqlite3_libversion()})) {
+      rows.push_back({static_cast<std::int64_t>(rows.size()) + 1,
+                      make_cells(std::move(version.name), std::move(version.value))});
+    }
+    return rows;
+  }
+};
+
+// The connections with all tables. SQLite offers no query for this that leaves the database file
 // alone.
 struct Served_connections {
   std::mutex mutex;  // guards the set
@@ -192,7 +210,10 @@ class Error_log_table : public System_table {
 }  // namespace
 
 int create_server_tables(sqlite3 *database, std::shared_ptr<const dovrin_host::Ring_sink> records) {
-  const int created = create_system_table(database, std::make_unique<Variables_table>());
+  int created = create_system_table(database, std::make_unique<Variables_table>());
+  if (created == SQLITE_OK) {
+    created = create_system_table(database, std::make_unique<Versions_table>());
+  }
   return created != SQLITE_OK ? created
                               : create_system_table(database, std::make_unique<Error_log_table>(
                                                                   database, std::move(records)));

@@ -1,7 +1,9 @@
-// The tables dovrin_variables and dovrin_error_log.
+// The tables dovrin_variables, dovrin_versions and dovrin_error_log.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/crypto.h>
+#include <sqlite3.h>
 
 #include <array>
 #include <optional>
@@ -205,6 +207,25 @@ TEST_F(SqliteVariablesTest, AConnectionOfItsOwnNeedsNoLockOfTheDatabase) {
 TEST_F(SqliteVariablesTest, NobodyCanMakeATableOfThisKind) {
   EXPECT_EQ(database.error("CREATE VIRTUAL TABLE mine USING dovrin_variables"),
             "no such module: dovrin_variables");
+}
+
+TEST(SqliteVersionsTest, NamesWhatABugReportNeeds) {
+  Database database;
+  const std::string engine = std::string{"SQLite "} + sqlite3_libversion();
+  EXPECT_THAT(database.rows("SELECT * FROM dovrin_versions"),
+              ElementsAre(ElementsAre("'version'", "'" HALVEX_VERSION "'"),
+                          ElementsAre("'component_file'", sql_text(HALVEX_COMPONENT_PATH)),
+                          ElementsAre("'engine'", sql_text(engine)),
+                          ElementsAre("'engine_built_with'", "'SQLite " SQLITE_VERSION "'"),
+                          ElementsAre("'openssl'", sql_text(OpenSSL_version(OPENSSL_VERSION))),
+                          ElementsAre("'openssl_built_with'", "'" OPENSSL_VERSION_TEXT "'"),
+                          ElementsAre("'row_context'", testing::AnyOf("'small'", "'default'"))));
+}
+
+TEST(SqliteVersionsTest, CannotBeChanged) {
+  Database database;
+  EXPECT_NE(database.error("UPDATE dovrin_versions SET value = '2'"), "");
+  EXPECT_NE(database.error("DELETE FROM dovrin_versions"), "");
 }
 
 class SqliteErrorLogTest : public testing::Test {

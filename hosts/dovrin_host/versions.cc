@@ -1,0 +1,40 @@
+#include "dovrin_host/versions.h"
+
+#include <openssl/crypto.h>
+#include <openssl/opensslv.h>
+
+#include "dovrin_host/row_context.h"
+#include "dovrin_host/server.h"
+
+namespace dovrin_host {
+
+namespace {
+
+std::string component_files() {
+  std::string files;
+  for (const Component_info &component : Server::instance().components()) {
+    files += (files.empty() ? "" : ", ") + component.path;
+  }
+  return files;
+}
+
+const char *row_context() {
+  const Small_context_scope scope;
+  return scope ? "small" : "default";
+}
+
+}  // namespace
+
+std::vector<Version> list_versions(const Engine_versions &engine) {
+  return {
+      {"version", HALVEX_VERSION},
+      {"component_file", component_files()},
+      {"engine", engine.name + " " + engine.running},
+      {"engine_built_with", engine.name + " " + engine.built_with},
+      {"openssl", OpenSSL_version(OPENSSL_VERSION)},
+      {"openssl_built_with", OPENSSL_VERSION_TEXT},
+      {"row_context", row_context()},
+  };
+}
+
+}  // namespace dovrin_host

@@ -1,0 +1,35 @@
+// The versions that decide how a host behaves, as one table that every adapter shows.
+
+#ifndef DOVRIN_HOST_VERSIONS_H
+#define DOVRIN_HOST_VERSIONS_H
+
+#include <string>
+#include <vector>
+
+namespace dovrin_host {
+
+// A row of the table.
+struct Version {
+  std::string name;
+  std::string value;
+};
+
+// The SQL engine: its name, the version of the headers that the adapter was compiled with, and that
+// of the engine that runs it.
+struct Engine_versions {
+  std::string name;
+  std::string built_with;
+  std::string running;
+};
+
+// The versions of this process in their fixed order:
+//   version             the host's, which is the component's if both come from one build
+//   component_file      where the installed component was loaded from; several are separated by ",
+//   " engine, engine_built_with openssl, openssl_built_with row_context         where rows with RSA
+//   keys run in this thread: "small" or "default"
+// Any thread; throws std::bad_alloc only.
+std::vector<Version> list_versions(const Engine_versions &engine);
+
+}  // namespace dovrin_host
+
+#endif  // DOVRIN_HOST_VERSIONS_H
