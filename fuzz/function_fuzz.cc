@@ -91,7 +91,7 @@ void check(const Registered_function &function, const Raw_result &result) {
     case Raw_result::Ending::null:
       require(result.number == 0);
       break;
-    case Raw_result::Ending::refused:
+    case Raw_result::Ending::rejected:
       require(std::strncmp(result.message, "Mismatch in ", 12) == 0);
       break;
     default:

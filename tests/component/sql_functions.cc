@@ -10,17 +10,17 @@
 namespace halvex_test {
 namespace {
 
-std::string type_refusal(const std::string &expected) {
+std::string wrong_type(const std::string &expected) {
   return "Mismatch in type of argument. Expected " + expected + ".";
 }
 
 std::vector<Sql_function> make_functions() {
   const std::string private_key = fixture("rsa2048.pem");
   const std::string public_key = fixture("rsa2048-public.pem");
-  const std::string algorithm = type_refusal("string argument for algorithm");
-  const std::string public_key_refusal = type_refusal("string arguments for public key");
-  const std::string private_key_refusal = type_refusal("string arguments for private key");
-  const std::string digest_type = type_refusal("string arguments for digest type");
+  const std::string algorithm = wrong_type("string argument for algorithm");
+  const std::string wrong_public_key = wrong_type("string arguments for public key");
+  const std::string wrong_private_key = wrong_type("string arguments for private key");
+  const std::string digest_type = wrong_type("string arguments for digest type");
 
   return {
       {"create_asymmetric_priv_key",
@@ -28,7 +28,7 @@ std::vector<Sql_function> make_functions() {
        12800,
        "generate_private_key",
        {"RSA", 2048},
-       {algorithm, type_refusal("integer argument of key length")},
+       {algorithm, wrong_type("integer argument of key length")},
        "Non-null value for algorithm and a positive integer value for key size",
        192,
        221},
@@ -37,7 +37,7 @@ std::vector<Sql_function> make_functions() {
        12800,
        "generate_public_key",
        {"RSA", private_key},
-       {algorithm, type_refusal("string argument for private key")},
+       {algorithm, wrong_type("string argument for private key")},
        "Non-null value for algorithm and private key",
        262,
        285},
@@ -46,8 +46,7 @@ std::vector<Sql_function> make_functions() {
        12800,
        "encrypt",
        {"RSA", "hello", public_key},
-       {algorithm, type_refusal("string arguments for content to be encrypted"),
-        public_key_refusal},
+       {algorithm, wrong_type("string arguments for content to be encrypted"), wrong_public_key},
        "Non-null value for algorithm, public key and data",
        334,
        362},
@@ -56,8 +55,7 @@ std::vector<Sql_function> make_functions() {
        12800,
        "decrypt",
        {"RSA", reference_encrypt(public_key, "hello", 4), private_key},
-       {algorithm, type_refusal("string arguments for content to be decrypted"),
-        private_key_refusal},
+       {algorithm, wrong_type("string arguments for content to be decrypted"), wrong_private_key},
        "Non-null value for algorithm, private key and data",
        411,
        453},
@@ -66,7 +64,7 @@ std::vector<Sql_function> make_functions() {
        12800,
        "sign",
        {"RSA", "hello", private_key, "SHA256"},
-       {algorithm, type_refusal("string arguments for content to be signed"), private_key_refusal,
+       {algorithm, wrong_type("string arguments for content to be signed"), wrong_private_key,
         digest_type},
        "Non-null value for algorithm, private key, digest type and data",
        any_line,
@@ -76,8 +74,8 @@ std::vector<Sql_function> make_functions() {
        0,
        "verify",
        {"RSA", "hello", reference_sign_pss(private_key, "SHA256", "hello"), public_key, "SHA256"},
-       {algorithm, type_refusal("string arguments for content to be verified"),
-        type_refusal("string arguments for signature"), public_key_refusal, digest_type},
+       {algorithm, wrong_type("string arguments for content to be verified"),
+        wrong_type("string arguments for signature"), wrong_public_key, digest_type},
        "Non-null value for algorithm, private key, digest type, digest and data",
        any_line,
        any_line},
@@ -86,7 +84,7 @@ std::vector<Sql_function> make_functions() {
        64,
        "digest",
        {"SHA256", "abc"},
-       {algorithm, type_refusal("string argument for text")},
+       {algorithm, wrong_type("string argument for text")},
        "Non-null value for algorithm and data",
        any_line,
        0},

@@ -20,7 +20,7 @@ struct Sql_function {
   std::string callback;
   std::vector<Argument> arguments;
   // What init says about an argument of another type, in the order of the arguments.
-  std::vector<std::string> type_refusals;
+  std::vector<std::string> type_rejections;
   // The requirement that a record names for a NULL argument, and the line of that record.
   std::string null_requirement;
   long long null_line;

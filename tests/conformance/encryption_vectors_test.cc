@@ -53,7 +53,7 @@ TEST_F(EncryptionVectors, OaepExamplesGiveTheirMessages) {
 // Expected: NULL; the attempt reports what the library says, then that decryption failed. The
 // ciphertexts are good, but their OAEP uses another digest or mask than SHA-1. Three of each file
 // show it.
-TEST_F(EncryptionVectors, OaepWithOtherDigestsIsRefused) {
+TEST_F(EncryptionVectors, OaepWithOtherDigestsIsRejected) {
   std::size_t files = 0;
   for (const auto &entry :
        std::filesystem::directory_iterator(vectors_folder() / "asymmetric/RSA/oaep-custom")) {
@@ -95,7 +95,7 @@ TEST_F(EncryptionVectors, Pkcs1ExamplesNeedTheLegacySwitch) {
 // Expected with one byte of the ciphertext changed: what the library makes of it, attempt by
 // attempt; its answer to a wrongly padded v1.5 text differs between releases, that of OAEP does
 // not.
-TEST_F(EncryptionVectors, ChangedCiphertextsAreRefused) {
+TEST_F(EncryptionVectors, ChangedCiphertextsAreRejected) {
   std::size_t vector_number = 0;
   for (const Vector &vector : read("asymmetric/RSA/pkcs-1v2-1d2-vec/oaep-vect.txt")) {
     const std::string pem = private_key_of(vector);

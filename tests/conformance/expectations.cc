@@ -219,7 +219,7 @@ void Conformance_test::set_legacy_padding(bool on) {
 Row_result Conformance_test::expect(const Expectation &expectation, const std::string &function,
                                     const std::vector<Argument> &arguments) {
   const Call_result result = call(function, arguments);
-  EXPECT_EQ(result.refusal, std::nullopt);
+  EXPECT_EQ(result.rejection, std::nullopt);
   EXPECT_EQ(result.row.is_null, expectation.is_null);
   EXPECT_FALSE(result.row.error);
   EXPECT_EQ(result.row.integer, function == verify && !expectation.is_null ? 1 : 0);
@@ -238,7 +238,7 @@ Row_result Conformance_test::expect(const Expectation &expectation, const std::s
 std::string Conformance_test::value_of(const std::string &function,
                                        const std::vector<Argument> &arguments) {
   const Call_result result = call(function, arguments);
-  EXPECT_EQ(result.refusal, std::nullopt);
+  EXPECT_EQ(result.rejection, std::nullopt);
   EXPECT_FALSE(result.row.is_null);
   EXPECT_EQ(server.records(), std::vector<Record>());
   server.forget_records();

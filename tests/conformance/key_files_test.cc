@@ -80,7 +80,7 @@ class KeyFiles : public Conformance_test, public ::testing::WithParamInterface<c
   }
 };
 
-TEST_P(KeyFiles, DoInEveryFunctionWhatTheLibrarySays) {
+TEST_P(KeyFiles, DoInEveryFunctionWhatTheLibraryDoes) {
   const auto paths = pem_files(GetParam());
   ASSERT_FALSE(paths.empty());
   for (const auto &path : paths) {
@@ -93,7 +93,7 @@ TEST_P(KeyFiles, DoInEveryFunctionWhatTheLibrarySays) {
 
 // The same with the texts damaged: cut in the middle, a character of the body exchanged, the label
 // misspelt.
-TEST_P(KeyFiles, DoInEveryFunctionWhatTheLibrarySaysWhenDamaged) {
+TEST_P(KeyFiles, DoInEveryFunctionWhatTheLibraryDoesWhenDamaged) {
   for (const auto &path : pem_files(GetParam())) {
     SCOPED_TRACE(path.string());
     const std::string pem = file_text(path);

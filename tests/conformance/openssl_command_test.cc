@@ -115,7 +115,7 @@ TEST_P(CommandBySize, DecryptsWhatTheCommandEncrypts) {
   }
 }
 
-TEST_P(CommandBySize, RefusesToEncryptOneByteMoreAsTheCommandDoes) {
+TEST_P(CommandBySize, FailsToEncryptOneByteMoreAsTheCommandDoes) {
   const std::string text(limit() + 1, 'x');
   EXPECT_FALSE(command_encrypts(public_key, text, "oaep").has_value());
   expect_null({data_too_long(encrypt, limit() + 1, static_cast<long long>(limit()))}, encrypt,

@@ -1,10 +1,10 @@
 // asymmetric_verify against the published signature files.
 //
 // Two rules of the component make the expected result differ from a file's own verdict. SHA-1 is no
-// digest of the component, so its vectors are refused without a record, valid or not. And while the
-// legacy switch is on, a SHA-2 signature that PSS refuses is checked again as PKCS#1 v1.5 with the
-// content as the digest itself, where anything but a negative answer of EVP_PKEY_verify counts as
-// success; for RSA keys the library never answers less than 0.
+// digest of the component, so its vectors are rejected without a record, valid or not. And while
+// the legacy switch is on, a SHA-2 signature that PSS rejects is checked again as PKCS#1 v1.5 with
+// the content as the digest itself, where anything but a negative answer of EVP_PKEY_verify counts
+// as success; for RSA keys the library never answers less than 0.
 
 #include <openssl/core_names.h>
 
@@ -62,7 +62,7 @@ struct SignatureVectors : Conformance_test {
   }
 
   // The one record of a PSS check that failed.
-  static std::vector<Record> refusal(const Signed_text &item) {
+  static std::vector<Record> rejection(const Signed_text &item) {
     return expected_verification(item.text, item.signature, item.pem, item.digest_name, false)
         .records;
   }
@@ -70,7 +70,7 @@ struct SignatureVectors : Conformance_test {
   // A signature that is no PSS one of the text: NULL and one report while the switch is off, 1
   // after the same report while it is on.
   void expect_lenience_alone(const Signed_text &item) {
-    const std::vector<Record> records = refusal(item);
+    const std::vector<Record> records = rejection(item);
     ASSERT_THAT(records, ::testing::ElementsAre(IsOpensslRecord(verify, "RSA")));
     set_legacy_padding(false);
     expect_null(records, verify, item.arguments());
@@ -156,7 +156,7 @@ TEST_F(SignatureVectors, GeneratedPkcs1SignaturesAreValidInLegacyMode) {
 
 // Expected: NULL without any record, whatever the file says and the switch: the digest has no name
 // here.
-TEST_F(SignatureVectors, Sha1SignaturesAreRefusedSilently) {
+TEST_F(SignatureVectors, Sha1SignaturesAreRejectedSilently) {
   std::size_t count = 0;
   for (const char *file : {"FIPS_186-2/SigVerPSS_186-3.rsp", "FIPS_186-2/SigVer15_186-3.rsp"}) {
     for (const Vector &vector : read(file, "Result")) {
@@ -174,7 +174,7 @@ TEST_F(SignatureVectors, Sha1SignaturesAreRefusedSilently) {
 
 // Expected: a valid signature is one under the name of its digest alone. With a SHA-3 name the
 // switch makes no difference, since the legacy check knows no SHA-3 name.
-TEST_F(SignatureVectors, ValidSignaturesAreRefusedUnderAnotherDigest) {
+TEST_F(SignatureVectors, ValidSignaturesAreRejectedUnderAnotherDigest) {
   for (const Vector &vector : read("FIPS_186-2/SigVerPSS_186-3.rsp", "Result")) {
     if (vector.at("Result") != "P" || vector.at("SHAAlg") == "SHA1" || vector.at("mod") != "2048") {
       continue;
@@ -182,7 +182,7 @@ TEST_F(SignatureVectors, ValidSignaturesAreRefusedUnderAnotherDigest) {
     Signed_text item(vector);
     for (const char *other : {"SHA3-224", "SHA3-256", "SHA3-384", "SHA3-512"}) {
       item.digest_name = other;
-      const std::vector<Record> records = refusal(item);
+      const std::vector<Record> records = rejection(item);
       ASSERT_THAT(records, ::testing::ElementsAre(IsOpensslRecord(verify, "RSA")));
       for (const bool legacy : {false, true}) {
         set_legacy_padding(legacy);

@@ -42,7 +42,7 @@ class UnusualKeys : public Conformance_test {
     set_legacy_padding(false);
   }
 
-  // Signs and verifies, and refuses another text.
+  // Signs and verifies, and rejects another text.
   std::string expect_signing(const Key_pair &pair, const char *digest_name) {
     std::string signature = value_of(sign, {"RSA", "text", pair.private_pem, digest_name});
     const Key key = read_public_pem(pair.public_pem);
@@ -118,8 +118,8 @@ TEST_F(UnusualKeys, Ed25519KeysOnlyGiveTheirPublicKey) {
   EXPECT_EQ(check_verification("text", signature, pair.public_pem, "SHA256").is_null, !accepted);
 }
 
-// Size - 42 is negative and counts as a huge number. Intentional: no length is refused before the
-// library sees it, and the library then refuses every one.
+// Size - 42 is negative and counts as a huge number. Intentional: no length is rejected before the
+// library sees it, and the library then rejects every one.
 TEST_F(UnusualKeys, TinyKeysLetEveryLengthReachTheLibrary) {
   const Key_pair pair("rsa-tiny");
   expect_derivation(pair);
@@ -217,7 +217,7 @@ TEST_F(UnusualKeys, PrivateTextOfTheLargestKeyFitsTheResultBuffer) {
   EXPECT_LE(longest + 1, site.instance().max_length);
 }
 
-// The library reads such a modulus and tells its size, and refuses only the operation.
+// The library reads such a modulus and tells its size, and rejects only the operation.
 TEST_F(UnusualKeys, KeysBeyondTheLargestFailInTheOperation) {
   const Key key = rsa_key(
       {{OSSL_PKEY_PARAM_RSA_N, std::string(16392 / 4, 'f')}, {OSSL_PKEY_PARAM_RSA_E, "10001"}});

@@ -35,7 +35,7 @@ std::string conversions(const std::string &text) {
   return found;
 }
 
-TEST(CatalogueTest, EveryTemplateHasTheConversionsThatComponentsPass) {
+TEST(Catalogue, EveryTemplateHasTheConversionsThatComponentsPass) {
   const std::map<int, std::string> expected{
       {13915, "%s"},
       {13916, "%s"},
@@ -60,20 +60,20 @@ TEST(CatalogueTest, EveryTemplateHasTheConversionsThatComponentsPass) {
   EXPECT_EQ(found, expected);
 }
 
-TEST(CatalogueTest, EveryCodeIsFoundWithItsOwnEntry) {
+TEST(Catalogue, EveryCodeIsFoundWithItsOwnEntry) {
   for (int code = first_code; code <= last_code; ++code) {
     ASSERT_NE(find_catalogue_entry(code), nullptr) << code;
     EXPECT_EQ(find_catalogue_entry(code)->code, code);
   }
 }
 
-TEST(CatalogueTest, CodesBesideTheRangeAreUnknown) {
+TEST(Catalogue, CodesBesideTheRangeAreUnknown) {
   for (const int code : {0, -1, 13914, 13930, 2147483647}) {
     EXPECT_EQ(find_catalogue_entry(code), nullptr) << code;
   }
 }
 
-TEST(CatalogueTest, SymbolsAreDistinctUpperCaseNames) {
+TEST(Catalogue, SymbolsAreDistinctUpperCaseNames) {
   std::set<std::string> symbols;
   for (const Catalogue_entry &entry : entries()) {
     const std::string symbol = entry.symbol;
@@ -82,7 +82,7 @@ TEST(CatalogueTest, SymbolsAreDistinctUpperCaseNames) {
   }
 }
 
-TEST(CatalogueTest, EveryHintIsOneSentence) {
+TEST(Catalogue, EveryHintIsOneSentence) {
   for (const Catalogue_entry &entry : entries()) {
     for (const char *const function : {"asymmetric_decrypt", "asymmetric_verify", "another", ""}) {
       const std::string hint = find_hint(entry.code, function);
@@ -94,7 +94,7 @@ TEST(CatalogueTest, EveryHintIsOneSentence) {
   }
 }
 
-TEST(CatalogueTest, HintIsTheEntrysUnlessTheFunctionHasItsOwn) {
+TEST(Catalogue, HintIsTheEntrysUnlessTheFunctionHasItsOwn) {
   EXPECT_STREQ(find_hint(13928, "asymmetric_sign"), find_catalogue_entry(13928)->hint);
   EXPECT_STREQ(find_hint(13928, "asymmetric_verify"),
                "The signature does not belong to this content, key and digest type, or the key is "

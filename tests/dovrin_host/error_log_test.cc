@@ -43,7 +43,7 @@ std::vector<std::string> messages(const Ring_sink &ring) {
 
 using Messages = std::vector<std::string>;
 
-TEST(ErrorLogTest, EverySinkGetsEveryWholeRecord) {
+TEST(ErrorLog, EverySinkGetsEveryWholeRecord) {
   Error_log log;
   const auto first = std::make_shared<Ring_sink>(4);
   const auto second = std::make_shared<Ring_sink>(4);
@@ -57,7 +57,7 @@ TEST(ErrorLogTest, EverySinkGetsEveryWholeRecord) {
   EXPECT_EQ(second->snapshot(), expected);
 }
 
-TEST(ErrorLogTest, SinkAddedTwiceGetsRecordsOnce) {
+TEST(ErrorLog, SinkAddedTwiceGetsRecordsOnce) {
   Error_log log;
   const auto ring = std::make_shared<Ring_sink>(4);
   log.add_sink(ring);
@@ -66,7 +66,7 @@ TEST(ErrorLogTest, SinkAddedTwiceGetsRecordsOnce) {
   EXPECT_EQ(messages(*ring), Messages{"a"});
 }
 
-TEST(ErrorLogTest, SinkGetsNothingBeforeItIsAddedAndAfterItIsRemoved) {
+TEST(ErrorLog, SinkGetsNothingBeforeItIsAddedAndAfterItIsRemoved) {
   Error_log log;
   const auto ring = std::make_shared<Ring_sink>(4);
   log.submit(sample_record("before"));
@@ -79,7 +79,7 @@ TEST(ErrorLogTest, SinkGetsNothingBeforeItIsAddedAndAfterItIsRemoved) {
   EXPECT_EQ(messages(*ring), (Messages{"while", "again"}));
 }
 
-TEST(ErrorLogTest, RemovedSinkIsLetGo) {
+TEST(ErrorLog, RemovedSinkIsReleased) {
   Error_log log;
   auto ring = std::make_shared<Ring_sink>(4);
   const std::weak_ptr<Ring_sink> watch = ring;
@@ -89,7 +89,7 @@ TEST(ErrorLogTest, RemovedSinkIsLetGo) {
   EXPECT_TRUE(watch.expired());
 }
 
-TEST(ErrorLogTest, FailingSinkIsReportedOnceToTheOthersAndTakesNothingFromThem) {
+TEST(ErrorLog, FailingSinkIsReportedOnceToTheOthersAndTakesNothingFromThem) {
   Error_log log;
   const auto failing = std::make_shared<Answering_sink>(Status::failure("The disk is full."));
   const auto ring = std::make_shared<Ring_sink>(8);
@@ -113,7 +113,7 @@ TEST(ErrorLogTest, FailingSinkIsReportedOnceToTheOthersAndTakesNothingFromThem) 
   EXPECT_EQ(failing->seen, (Messages{"a", "b"}));
 }
 
-TEST(ErrorLogTest, SinkThatFailsAgainAfterItsRecoveryIsReportedAgain) {
+TEST(ErrorLog, SinkThatFailsAgainAfterItsRecoveryIsReportedAgain) {
   Error_log log;
   const auto flaky = std::make_shared<Answering_sink>(Status::failure("full"));
   const auto ring = std::make_shared<Ring_sink>(8);
@@ -130,7 +130,7 @@ TEST(ErrorLogTest, SinkThatFailsAgainAfterItsRecoveryIsReportedAgain) {
   EXPECT_EQ(messages(*ring), (Messages{"a", report + "full", "b", "c", report + "full again"}));
 }
 
-TEST(ErrorLogTest, ExceptionOfASinkStaysWithThatSink) {
+TEST(ErrorLog, ExceptionOfASinkStaysWithThatSink) {
   Error_log log;
   const auto ring = std::make_shared<Ring_sink>(8);
   log.add_sink(std::make_shared<Throwing_sink>());
@@ -140,7 +140,7 @@ TEST(ErrorLogTest, ExceptionOfASinkStaysWithThatSink) {
             (Messages{"A destination of the error log fails: std::bad_alloc", "a"}));
 }
 
-TEST(ErrorLogTest, LogWithoutSinksTakesRecords) {
+TEST(ErrorLog, LogWithoutSinksAcceptsRecords) {
   Error_log log;
   log.submit(sample_record());
   const auto ring = std::make_shared<Ring_sink>(8);

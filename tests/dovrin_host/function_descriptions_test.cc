@@ -13,7 +13,7 @@ namespace {
 
 const Function_description &sign() { return describe_function("asymmetric_sign"); }
 
-TEST(FunctionDescriptionsTest, KnowsWhatEachArgumentIsFor) {
+TEST(FunctionDescriptions, KnowsWhatEachArgumentIsFor) {
   using enum Argument_kind;
   EXPECT_TRUE(std::ranges::equal(sign().arguments, std::vector{algorithm, data, key, digest_type}));
   EXPECT_TRUE(sign().has(key));
@@ -22,14 +22,14 @@ TEST(FunctionDescriptionsTest, KnowsWhatEachArgumentIsFor) {
   EXPECT_FALSE(describe_function("create_digest").has(key));
 }
 
-TEST(FunctionDescriptionsTest, OnlyLengthsAreExpectedAsIntegers) {
+TEST(FunctionDescriptions, OnlyLengthsAreExpectedAsIntegers) {
   const Function_description &create = describe_function("create_asymmetric_priv_key");
   EXPECT_EQ(create.expected_type_at(0), STRING_RESULT);
   EXPECT_EQ(create.expected_type_at(1), INT_RESULT);
   EXPECT_EQ(create.expected_type_at(2), STRING_RESULT);
 }
 
-TEST(FunctionDescriptionsTest, FunctionOfAnotherComponentHasTheCautiousDescription) {
+TEST(FunctionDescriptions, FunctionOfAnotherComponentHasTheCautiousDescription) {
   for (const char *const name : {"", "a", "create_digests", "CREATE_DIGEST", "z"}) {
     const Function_description &description = describe_function(name);
     EXPECT_EQ(description.name, "") << name;
@@ -40,7 +40,7 @@ TEST(FunctionDescriptionsTest, FunctionOfAnotherComponentHasTheCautiousDescripti
 }
 
 // A function that is added to the component needs its description here, and the other way round.
-TEST(FunctionDescriptionsTest, DescribesExactlyTheComponentsFunctions) {
+TEST(FunctionDescriptions, DescribesExactlyTheComponentsFunctions) {
   Server &server = Server::instance();
   const auto lease = server.acquire(COMPONENT_FILE);
   ASSERT_TRUE(lease.ok()) << lease.message();
@@ -53,7 +53,7 @@ TEST(FunctionDescriptionsTest, DescribesExactlyTheComponentsFunctions) {
 }
 
 // The component itself counts and checks the arguments, so its init accepts what is described.
-TEST(FunctionDescriptionsTest, ComponentAcceptsTheDescribedArgumentsAndNoOthers) {
+TEST(FunctionDescriptions, ComponentAcceptsTheDescribedArgumentsAndNoOthers) {
   Server &server = Server::instance();
   const auto lease = server.acquire(COMPONENT_FILE);
   ASSERT_TRUE(lease.ok()) << lease.message();

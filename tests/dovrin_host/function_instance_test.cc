@@ -30,7 +30,7 @@ struct Calls {
   bool row_throws = false;
   bool row_raises = false;   // leaves an error in the OpenSSL queue
   unsigned long queued = 7;  // the oldest error in the queue as the last row found it
-  const char *refusal = nullptr;
+  const char *rejection = nullptr;
   unsigned char is_null = 0;  // what the row answers
   unsigned char error = 0;
 };
@@ -82,8 +82,8 @@ bool init(UDF_INIT *instance, UDF_ARGS * /*args*/, char *message) {
   if (calls.init_throws) {
     throw std::bad_alloc{};
   }
-  if (calls.refusal != nullptr) {
-    std::strcpy(message, calls.refusal);
+  if (calls.rejection != nullptr) {
+    std::strcpy(message, calls.rejection);
     return true;
   }
   return false;
@@ -116,9 +116,9 @@ long long forty_two(UDF_INIT * /*instance*/, UDF_ARGS *args, unsigned char *is_n
   return 42;
 }
 
-class FunctionInstanceTest : public testing::Test {
+class FunctionInstance : public testing::Test {
  protected:
-  FunctionInstanceTest() {
+  FunctionInstance() {
     calls = {};
     add({"echo", STRING_RESULT, reinterpret_cast<Udf_func_any>(&echo), &init, &deinit});
     add({"fill_result", STRING_RESULT, reinterpret_cast<Udf_func_any>(&fill_result), &init,
@@ -154,7 +154,7 @@ bool all_zero(const char *bytes, std::size_t length) {
   return std::all_of(bytes, bytes + length, [](char byte) { return byte == '\0'; });
 }
 
-TEST_F(FunctionInstanceTest, RunsInitOnceRowPerRowDeinitOnce) {
+TEST_F(FunctionInstance, RunsInitOnceRowPerRowDeinitOnce) {
   {
     const auto instance = open("forty_two", {INT_RESULT});
     ASSERT_TRUE(instance.ok()) << instance.message();
@@ -170,48 +170,48 @@ TEST_F(FunctionInstanceTest, RunsInitOnceRowPerRowDeinitOnce) {
   EXPECT_EQ(open_instances(), 0U);
 }
 
-TEST_F(FunctionInstanceTest, RefusalIsExactlyTheFunctionsTextAndDeinitRuns) {
-  calls.refusal = "Mismatch in number of arguments to the function. Expected 2 arguments";
+TEST_F(FunctionInstance, RejectionIsExactlyTheFunctionsTextAndDeinitRuns) {
+  calls.rejection = "Mismatch in number of arguments to the function. Expected 2 arguments";
   const auto instance = open("echo", {STRING_RESULT});
   ASSERT_FALSE(instance.ok());
-  EXPECT_EQ(instance.message(), calls.refusal);
+  EXPECT_EQ(instance.message(), calls.rejection);
   EXPECT_EQ(calls.deinits, 1);
   EXPECT_EQ(open_instances(), 0U);
 }
 
-TEST_F(FunctionInstanceTest, RefusalThatFillsTheBufferIsCutBeforeItsEnd) {
+TEST_F(FunctionInstance, RejectionThatFillsTheBufferIsTruncatedBeforeItsEnd) {
   const auto instance = open("unterminated", {STRING_RESULT});
   ASSERT_FALSE(instance.ok());
   EXPECT_EQ(instance.message(), std::string(DOVRIN_UDF_MESSAGE_SIZE - 1, 'x'));
 }
 
-TEST_F(FunctionInstanceTest, ExceptionOfInitPassesAfterDeinit) {
+TEST_F(FunctionInstance, ExceptionOfInitPassesAfterDeinit) {
   calls.init_throws = true;
   EXPECT_THROW(static_cast<void>(open("echo", {STRING_RESULT})), std::bad_alloc);
   EXPECT_EQ(calls.deinits, 1);
   EXPECT_EQ(open_instances(), 0U);
 }
 
-TEST_F(FunctionInstanceTest, UnknownFunctionIsAFailure) {
+TEST_F(FunctionInstance, UnknownFunctionIsAFailure) {
   const auto instance = open("no_such_function", {});
   ASSERT_FALSE(instance.ok());
   EXPECT_EQ(instance.message(), "The function is not installed.");
 }
 
-TEST_F(FunctionInstanceTest, FunctionWithoutInitAndDeinitWorks) {
+TEST_F(FunctionInstance, FunctionWithoutInitAndDeinitWorks) {
   const auto instance = open("bare", {});
   ASSERT_TRUE(instance.ok());
   EXPECT_EQ(instance.value()->row({}), integer_result(42));
 }
 
-TEST_F(FunctionInstanceTest, KnowsWhatTheFunctionWasRegisteredAs) {
+TEST_F(FunctionInstance, KnowsWhatTheFunctionWasRegisteredAs) {
   const auto instance = open("echo", {STRING_RESULT});
   ASSERT_TRUE(instance.ok());
   EXPECT_EQ(instance.value()->name(), "echo");
   EXPECT_EQ(instance.value()->result_type(), STRING_RESULT);
 }
 
-TEST_F(FunctionInstanceTest, ArgumentsOfEveryKindArriveWithTerminators) {
+TEST_F(FunctionInstance, ArgumentsOfEveryKindArriveWithTerminators) {
   const auto instance = open("forty_two", {STRING_RESULT, STRING_RESULT, STRING_RESULT, INT_RESULT,
                                            REAL_RESULT, STRING_RESULT, INT_RESULT});
   ASSERT_TRUE(instance.ok());
@@ -229,7 +229,7 @@ TEST_F(FunctionInstanceTest, ArgumentsOfEveryKindArriveWithTerminators) {
             "real 0.500000, null, null");
 }
 
-TEST_F(FunctionInstanceTest, TerminatedStringIsNotCopied) {
+TEST_F(FunctionInstance, TerminatedStringIsNotCopied) {
   const auto instance = open("forty_two", {STRING_RESULT});
   ASSERT_TRUE(instance.ok());
   const std::string text = "abc";
@@ -237,7 +237,7 @@ TEST_F(FunctionInstanceTest, TerminatedStringIsNotCopied) {
   EXPECT_EQ(calls.first, text.data());
 }
 
-TEST_F(FunctionInstanceTest, EmptyStringIsNotNull) {
+TEST_F(FunctionInstance, EmptyStringIsNotNull) {
   const auto instance = open("forty_two", {STRING_RESULT});
   ASSERT_TRUE(instance.ok());
   instance.value()->row(Arguments{Argument::terminated_string({})});
@@ -246,7 +246,7 @@ TEST_F(FunctionInstanceTest, EmptyStringIsNotNull) {
   EXPECT_EQ(calls.arguments, "string ");
 }
 
-TEST_F(FunctionInstanceTest, CopiesAreWipedAfterEachRow) {
+TEST_F(FunctionInstance, CopiesAreWipedAfterEachRow) {
   const auto instance = open("forty_two", {STRING_RESULT, STRING_RESULT});
   ASSERT_TRUE(instance.ok());
   instance.value()->row(Arguments{Argument::string("secret one"), Argument::string("secret two")});
@@ -254,7 +254,7 @@ TEST_F(FunctionInstanceTest, CopiesAreWipedAfterEachRow) {
   EXPECT_TRUE(all_zero(calls.first, 22));
 }
 
-TEST_F(FunctionInstanceTest, CopiesAreWipedWhenARowThrows) {
+TEST_F(FunctionInstance, CopiesAreWipedWhenARowThrows) {
   const auto instance = open("echo", {STRING_RESULT});
   ASSERT_TRUE(instance.ok());
   calls.row_throws = true;
@@ -265,7 +265,7 @@ TEST_F(FunctionInstanceTest, CopiesAreWipedWhenARowThrows) {
   EXPECT_EQ(instance.value()->row(Arguments{Argument::string("next")}), string_result("next"));
 }
 
-TEST_F(FunctionInstanceTest, ResultInsideTheCopiesLivesUntilTheNextRow) {
+TEST_F(FunctionInstance, ResultInsideTheCopiesLivesUntilTheNextRow) {
   const auto instance = open("echo", {STRING_RESULT});
   ASSERT_TRUE(instance.ok());
   std::string text = "secret";
@@ -279,13 +279,13 @@ TEST_F(FunctionInstanceTest, ResultInsideTheCopiesLivesUntilTheNextRow) {
   EXPECT_TRUE(all_zero(copy, 7));
 }
 
-TEST_F(FunctionInstanceTest, FunctionMayUseTheServersResultBuffer) {
+TEST_F(FunctionInstance, FunctionMayUseTheServersResultBuffer) {
   const auto instance = open("fill_result", {});
   ASSERT_TRUE(instance.ok());
   EXPECT_EQ(instance.value()->row({}), string_result(std::string(255, 'r')));
 }
 
-TEST_F(FunctionInstanceTest, FlagsAreClearBeforeEachRow) {
+TEST_F(FunctionInstance, FlagsAreClearBeforeEachRow) {
   const auto instance = open("forty_two", {});
   ASSERT_TRUE(instance.ok());
   calls.is_null = 1;
@@ -296,7 +296,7 @@ TEST_F(FunctionInstanceTest, FlagsAreClearBeforeEachRow) {
   EXPECT_EQ(calls.error_before, 0);
 }
 
-TEST_F(FunctionInstanceTest, NullAndErrorFlagsReachTheCaller) {
+TEST_F(FunctionInstance, NullAndErrorFlagsReachTheCaller) {
   const auto text = open("echo", {STRING_RESULT});
   const auto number = open("forty_two", {});
   ASSERT_TRUE(text.ok() && number.ok());
@@ -314,13 +314,13 @@ TEST_F(FunctionInstanceTest, NullAndErrorFlagsReachTheCaller) {
   EXPECT_EQ(number.value()->row({}), error_result("The function forty_two reported an error."));
 }
 
-TEST_F(FunctionInstanceTest, NullPointerResultIsNull) {
+TEST_F(FunctionInstance, NullPointerResultIsNull) {
   const auto instance = open("echo", {STRING_RESULT});
   ASSERT_TRUE(instance.ok());
   EXPECT_EQ(instance.value()->row(Arguments{Argument::null(STRING_RESULT)}), Row_result{});
 }
 
-TEST_F(FunctionInstanceTest, OtherTypesOrNumbersOfArgumentsAreNotPassedOn) {
+TEST_F(FunctionInstance, OtherTypesOrNumbersOfArgumentsAreNotPassedOn) {
   const auto instance = open("forty_two", {INT_RESULT});
   ASSERT_TRUE(instance.ok());
   const std::vector<Arguments> others{
@@ -334,7 +334,7 @@ TEST_F(FunctionInstanceTest, OtherTypesOrNumbersOfArgumentsAreNotPassedOn) {
   EXPECT_EQ(calls.rows, 0);
 }
 
-TEST_F(FunctionInstanceTest, LongerArgumentsInLaterRowsAreCopiedWhole) {
+TEST_F(FunctionInstance, LongerArgumentsInLaterRowsAreCopiedWhole) {
   const auto instance = open("echo", {STRING_RESULT});
   ASSERT_TRUE(instance.ok());
   for (const std::size_t length : {1U, 1000U, 10U, 100000U}) {
@@ -343,7 +343,7 @@ TEST_F(FunctionInstanceTest, LongerArgumentsInLaterRowsAreCopiedWhole) {
   }
 }
 
-TEST_F(FunctionInstanceTest, KeyAtTheLimitIsPassedOnAndALongerOneIsAnError) {
+TEST_F(FunctionInstance, KeyAtTheLimitIsPassedOnAndALongerOneIsAnError) {
   const auto verify = open("asymmetric_verify", std::vector(5, STRING_RESULT));
   ASSERT_TRUE(verify.ok());
   const std::string at_limit(16384, 'k');
@@ -359,7 +359,7 @@ TEST_F(FunctionInstanceTest, KeyAtTheLimitIsPassedOnAndALongerOneIsAnError) {
   EXPECT_EQ(calls.rows, 1);
 }
 
-TEST_F(FunctionInstanceTest, FunctionWithoutKeysHasNoLimit) {
+TEST_F(FunctionInstance, FunctionWithoutKeysHasNoLimit) {
   const auto digest = open("create_digest", {STRING_RESULT, STRING_RESULT});
   ASSERT_TRUE(digest.ok());
   const std::string longer(100000, 'k');
@@ -398,7 +398,7 @@ void leave_errors_of_another_user() {
   ERR_raise(ERR_LIB_SYS, 2);
 }
 
-TEST_F(FunctionInstanceTest, ErrorsOfOtherUsersArePutAsideAndGivenBack) {
+TEST_F(FunctionInstance, ErrorsOfOtherUsersAreSetAsideAndRestored) {
   leave_errors_of_another_user();
   const std::vector<Queued_error> expected = take_queue();
   ASSERT_EQ(expected.size(), 3U);
@@ -419,7 +419,7 @@ TEST_F(FunctionInstanceTest, ErrorsOfOtherUsersArePutAsideAndGivenBack) {
   }
 }
 
-TEST_F(FunctionInstanceTest, RowLeavesNoErrorsOfItsOwn) {
+TEST_F(FunctionInstance, RowLeavesNoErrorsOfItsOwn) {
   const auto number = open("forty_two", {});
   ASSERT_TRUE(number.ok());
   calls.row_raises = true;

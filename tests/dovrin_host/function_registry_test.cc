@@ -20,21 +20,21 @@ Function_definition definition(const char *name, Item_result type = STRING_RESUL
   return {name, type, row, nullptr, nullptr};
 }
 
-TEST(FunctionRegistryTest, ListsWhatWasAddedByName) {
+TEST(FunctionRegistry, ListsWhatWasAddedByName) {
   Function_registry registry;
   EXPECT_TRUE(registry.add(definition("b", INT_RESULT), nullptr));
   EXPECT_TRUE(registry.add(definition("a"), nullptr));
   EXPECT_EQ(registry.list(), (std::vector<Function_info>{{"a", STRING_RESULT}, {"b", INT_RESULT}}));
 }
 
-TEST(FunctionRegistryTest, RefusesATakenName) {
+TEST(FunctionRegistry, RejectsATakenName) {
   Function_registry registry;
   EXPECT_TRUE(registry.add(definition("a"), nullptr));
   EXPECT_FALSE(registry.add(definition("a", INT_RESULT), nullptr));
   EXPECT_EQ(registry.list(), (std::vector<Function_info>{{"a", STRING_RESULT}}));
 }
 
-TEST(FunctionRegistryTest, RefusesWhatItCouldNotCall) {
+TEST(FunctionRegistry, RejectsWhatItCouldNotCall) {
   Function_registry registry;
   EXPECT_FALSE(registry.add(definition(""), nullptr));
   EXPECT_FALSE(registry.add({"a", STRING_RESULT, nullptr, nullptr, nullptr}, nullptr));
@@ -44,14 +44,14 @@ TEST(FunctionRegistryTest, RefusesWhatItCouldNotCall) {
   EXPECT_TRUE(registry.list().empty());
 }
 
-TEST(FunctionRegistryTest, RemovalSaysWhetherTheFunctionWasKnown) {
+TEST(FunctionRegistry, RemovalReportsWhetherTheFunctionWasKnown) {
   Function_registry registry;
   EXPECT_TRUE(registry.add(definition("a"), nullptr));
   EXPECT_EQ(registry.remove("a", nullptr), Removal::removed);
   EXPECT_EQ(registry.remove("a", nullptr), Removal::unknown);
 }
 
-TEST(FunctionRegistryTest, OpenInstancesKeepAFunction) {
+TEST(FunctionRegistry, OpenInstancesKeepAFunction) {
   Function_registry registry;
   EXPECT_TRUE(registry.add(definition("a"), nullptr));
   Function_pin first = registry.pin("a");
@@ -64,7 +64,7 @@ TEST(FunctionRegistryTest, OpenInstancesKeepAFunction) {
   EXPECT_EQ(registry.remove("a", nullptr), Removal::in_use);
 }
 
-TEST(FunctionRegistryTest, DestructorOfAComponentIsObeyedWhileInstancesAreOpen) {
+TEST(FunctionRegistry, ComponentsDestructorUnregistersWhileInstancesAreOpen) {
   Function_registry registry;
   const int owner = 0;
   EXPECT_TRUE(registry.add(definition("a"), &owner));
@@ -79,19 +79,19 @@ TEST(FunctionRegistryTest, DestructorOfAComponentIsObeyedWhileInstancesAreOpen) 
   EXPECT_FALSE(registry.add(definition("a"), &owner));
 }
 
-TEST(FunctionRegistryTest, EndedUsesLetAFunctionGo) {
+TEST(FunctionRegistry, FunctionCanBeRemovedOnceItsPinsAreGone) {
   Function_registry registry;
   EXPECT_TRUE(registry.add(definition("a"), nullptr));
   EXPECT_TRUE(registry.pin("a"));
   EXPECT_EQ(registry.remove("a", nullptr), Removal::removed);
 }
 
-TEST(FunctionRegistryTest, UnknownFunctionHasNoUse) {
+TEST(FunctionRegistry, UnknownFunctionCannotBePinned) {
   Function_registry registry;
   EXPECT_FALSE(registry.pin("a"));
 }
 
-TEST(FunctionRegistryTest, FunctionsOfAComponentAppearWhenItIsShown) {
+TEST(FunctionRegistry, FunctionsOfAComponentAppearWhenItIsPublished) {
   Function_registry registry;
   const int owner = 0;
   EXPECT_TRUE(registry.add(definition("a"), &owner));
@@ -106,7 +106,7 @@ TEST(FunctionRegistryTest, FunctionsOfAComponentAppearWhenItIsShown) {
   EXPECT_EQ(registry.remove("a", &owner), Removal::removed);
 }
 
-TEST(FunctionRegistryTest, OpenInstanceKeepsAllFunctionsOfItsComponentShown) {
+TEST(FunctionRegistry, OpenInstanceKeepsAllFunctionsOfItsComponentPublished) {
   Function_registry registry;
   const int owner = 0;
   const int other = 0;
@@ -125,7 +125,7 @@ TEST(FunctionRegistryTest, OpenInstanceKeepsAllFunctionsOfItsComponentShown) {
   EXPECT_FALSE(registry.pin("c"));
 }
 
-TEST(FunctionRegistryTest, DropForgetsOneOwnersFunctions) {
+TEST(FunctionRegistry, DropForgetsOneOwnersFunctions) {
   Function_registry registry;
   const int owner = 0;
   EXPECT_TRUE(registry.add(definition("a"), &owner));
@@ -135,7 +135,7 @@ TEST(FunctionRegistryTest, DropForgetsOneOwnersFunctions) {
   EXPECT_EQ(registry.list(), (std::vector<Function_info>{{"b", STRING_RESULT}}));
 }
 
-TEST(RegistrationServicesTest, FunctionsAreRegisteredAndWithdrawn) {
+TEST(RegistrationServices, FunctionsAreRegisteredAndUnregistered) {
   const Dovrin_udf_registration &service = udf_registration_table;
   EXPECT_EQ(service.udf_register("f", INT_RESULT, row, nullptr, nullptr), 0);
   EXPECT_EQ(Server::instance().functions().list(), (std::vector<Function_info>{{"f", INT_RESULT}}));
@@ -148,7 +148,7 @@ TEST(RegistrationServicesTest, FunctionsAreRegisteredAndWithdrawn) {
   EXPECT_EQ(was_registered, 0);
 }
 
-TEST(RegistrationServicesTest, FunctionInUseIsKnownAndStays) {
+TEST(RegistrationServices, FunctionInUseIsKnownAndStays) {
   const Dovrin_udf_registration &service = udf_registration_table;
   EXPECT_EQ(service.udf_register("f", INT_RESULT, row, nullptr, nullptr), 0);
   Function_pin use = Server::instance().functions().pin("f");
@@ -159,7 +159,7 @@ TEST(RegistrationServicesTest, FunctionInUseIsKnownAndStays) {
   EXPECT_EQ(service.udf_unregister("f", nullptr), 0);
 }
 
-TEST(RegistrationServicesTest, FunctionWithoutNameIsRefused) {
+TEST(RegistrationServices, FunctionWithoutNameIsRejected) {
   const Dovrin_udf_registration &service = udf_registration_table;
   EXPECT_NE(service.udf_register(nullptr, INT_RESULT, row, nullptr, nullptr), 0);
   int was_registered = 1;

@@ -24,7 +24,7 @@ std::string run(const std::string &command, int &status) {
   return output;
 }
 
-TEST(LateExitTest, ComponentReachesTheServerAfterItsHostIsClosedAndTheProcessEnds) {
+TEST(LateExit, ComponentReachesTheServerAfterItsHostIsClosedAndTheProcessEnds) {
   int status = -1;
   const std::string output = run("'" LATE_EXIT_PROGRAM "' '" LATE_EXIT_HOST
                                  "' '" TEST_COMPONENTS_FOLDER "/unregisters_at_unload.so' 2>&1",
@@ -43,17 +43,17 @@ void expect_silent_success(const std::string &scenario) {
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-TEST(LateExitTest, OpenInstanceLeavesNoRecord) { expect_silent_success("open_instance"); }
+TEST(LateExit, OpenInstanceLeavesNoRecord) { expect_silent_success("open_instance"); }
 
-TEST(LateExitTest, RowsInOtherThreadsGoOnWhileTheProcessEnds) {
+TEST(LateExit, RowsInOtherThreadsGoOnWhileTheProcessEnds) {
   for (int i = 0; i < 50; ++i) {
     expect_silent_success("running_threads");
   }
 }
 
-TEST(LateExitTest, UserInterfaceOfTheProgramIsKept) { expect_silent_success("own_interface"); }
+TEST(LateExit, UserInterfaceOfTheProgramIsKept) { expect_silent_success("own_interface"); }
 
-TEST(MinimalHostTest, VerifiesASignatureAndExplainsTheOneThatDoesNotMatch) {
+TEST(MinimalHost, VerifiesASignatureAndExplainsTheOneThatDoesNotMatch) {
   const std::string command = "'" MINIMAL_HOST "' '" COMPONENT_FILE "'";
   int status = -1;
   EXPECT_EQ(run(command + " 2>/dev/null", status),
@@ -63,7 +63,7 @@ TEST(MinimalHostTest, VerifiesASignatureAndExplainsTheOneThatDoesNotMatch) {
   EXPECT_NE(records.find(" error 13928 HALVEX_LIBRARY_ERROR: "), std::string::npos) << records;
 }
 
-TEST(MinimalHostTest, FailureIsASentence) {
+TEST(MinimalHost, FailureIsASentence) {
   int status = -1;
   EXPECT_EQ(run("'" MINIMAL_HOST "' /nonexistent.so 2>&1", status),
             "There is no component file '/nonexistent.so'.\n");

@@ -52,7 +52,7 @@ size_t format(char *buffer, size_t size, const char *text, ...) {
   return needed;
 }
 
-TEST(LogServicesTest, TablesKeepReservedPositionsEmpty) {
+TEST(LogServices, TablesKeepReservedPositionsEmpty) {
   for (const Dovrin_reserved place : builtins().reserved_1_to_8) {
     EXPECT_EQ(place, nullptr);
   }
@@ -71,7 +71,7 @@ TEST(LogServicesTest, TablesKeepReservedPositionsEmpty) {
   }
 }
 
-TEST(LogServicesTest, SubmittedLineBecomesAWholeRecord) {
+TEST(LogServices, SubmittedLineBecomesAWholeRecord) {
   const Listener listener;
   Line line;
   line.set(DOVRIN_LOG_PRIORITY, DOVRIN_PRIORITY_WARNING);
@@ -99,14 +99,14 @@ TEST(LogServicesTest, SubmittedLineBecomesAWholeRecord) {
   EXPECT_EQ(listener.records(), std::vector{expected});
 }
 
-TEST(LogServicesTest, EmptyLineBecomesAnEmptyRecord) {
+TEST(LogServices, EmptyLineBecomesAnEmptyRecord) {
   const Listener listener;
   Line line;
   EXPECT_EQ(builtins().submit(line.get()), 0);
   EXPECT_EQ(listener.records(), std::vector{Log_record{}});
 }
 
-TEST(LogServicesTest, SymbolOfTheReporterGoesBeforeTheCatalogue) {
+TEST(LogServices, SymbolOfTheReporterPrecedesTheCatalogue) {
   const Listener listener;
   Line line;
   line.set(DOVRIN_LOG_ERROR_CODE, 13915);
@@ -120,7 +120,7 @@ TEST(LogServicesTest, SymbolOfTheReporterGoesBeforeTheCatalogue) {
   EXPECT_EQ(listener.records(), std::vector{expected});
 }
 
-TEST(LogServicesTest, LaterItemOfATypeCounts) {
+TEST(LogServices, LaterItemOfATypeCounts) {
   const Listener listener;
   Line line;
   line.set(DOVRIN_LOG_MESSAGE, "first");
@@ -131,7 +131,7 @@ TEST(LogServicesTest, LaterItemOfATypeCounts) {
   EXPECT_EQ(listener.records(), std::vector{expected});
 }
 
-TEST(LogServicesTest, TextsAreCopiedUnlessTheLineOwnsThem) {
+TEST(LogServices, TextsAreCopiedUnlessTheLineOwnsThem) {
   const Listener listener;
   Line line;
   std::string text(100, 'x');
@@ -142,7 +142,7 @@ TEST(LogServicesTest, TextsAreCopiedUnlessTheLineOwnsThem) {
   EXPECT_EQ(listener.records()[0].message, std::string(100, 'x'));
 }
 
-TEST(LogServicesTest, LengthDecidesAndMayIncludeNuls) {
+TEST(LogServices, LengthDecidesAndMayIncludeNuls) {
   const Listener listener;
   Line line;
   Dovrin_log_item *const item = builtins().add_item(line.get(), DOVRIN_LOG_MESSAGE);
@@ -153,7 +153,7 @@ TEST(LogServicesTest, LengthDecidesAndMayIncludeNuls) {
 }
 
 // The leak checker watches the replaced text and the one that is never submitted.
-TEST(LogServicesTest, LineFreesEveryTextItOwns) {
+TEST(LogServices, LineFreesEveryTextItOwns) {
   Line line;
   Dovrin_log_item *const item =
       builtins().add_item_with_key(line.get(), DOVRIN_LOG_MESSAGE, nullptr, DOVRIN_LOG_FREE_VALUE);
@@ -168,7 +168,7 @@ TEST(LogServicesTest, LineFreesEveryTextItOwns) {
   EXPECT_EQ(listener.records()[0].message, "ke");
 }
 
-TEST(LogServicesTest, LineKnowsWhichItemsItHas) {
+TEST(LogServices, LineKnowsWhichItemsItHas) {
   Line line;
   EXPECT_EQ(builtins().has_item(line.get(), DOVRIN_LOG_ERROR_CODE), 0);
   line.set(DOVRIN_LOG_ERROR_CODE, 13915);
@@ -176,7 +176,7 @@ TEST(LogServicesTest, LineKnowsWhichItemsItHas) {
   EXPECT_EQ(builtins().has_item(line.get(), DOVRIN_LOG_ERROR_SYMBOL), 0);
 }
 
-TEST(LogServicesTest, FullLineTakesNoFurtherItem) {
+TEST(LogServices, FullLineAcceptsNoFurtherItem) {
   Line line;
   for (int i = 0; i < log_line_capacity; ++i) {
     EXPECT_NE(builtins().add_item(line.get(), 1), nullptr);
@@ -185,7 +185,7 @@ TEST(LogServicesTest, FullLineTakesNoFurtherItem) {
   EXPECT_EQ(builtins().add_item_with_key(line.get(), 1, nullptr, 2), nullptr);
 }
 
-TEST(LogServicesTest, NothingHappensWithoutALine) {
+TEST(LogServices, NothingHappensWithoutALine) {
   const Listener listener;
   EXPECT_EQ(builtins().add_item(nullptr, DOVRIN_LOG_MESSAGE), nullptr);
   EXPECT_EQ(builtins().add_item_with_key(nullptr, DOVRIN_LOG_MESSAGE, nullptr, 2), nullptr);
@@ -195,7 +195,7 @@ TEST(LogServicesTest, NothingHappensWithoutALine) {
   EXPECT_TRUE(listener.records().empty());
 }
 
-TEST(LogServicesTest, NothingHappensWithoutAnItemOrAText) {
+TEST(LogServices, NothingHappensWithoutAnItemOrAText) {
   EXPECT_NE(builtins().item_set_int(nullptr, 1), 0);
   EXPECT_NE(builtins().item_set_cstring(nullptr, "text"), 0);
   EXPECT_NE(builtins().item_set_lexstring(nullptr, "text", 4), 0);
@@ -205,18 +205,18 @@ TEST(LogServicesTest, NothingHappensWithoutAnItemOrAText) {
   EXPECT_NE(builtins().item_set_lexstring(item, nullptr, 4), 0);
 }
 
-TEST(LogServicesTest, TemplatesComeFromTheCatalogue) {
+TEST(LogServices, TemplatesComeFromTheCatalogue) {
   EXPECT_EQ(builtins().message_template(13929), find_catalogue_entry(13929)->template_text);
   EXPECT_EQ(builtins().message_template(1), nullptr);
 }
 
-TEST(LogServicesTest, FormatSaysHowLongTheWholeTextIs) {
+TEST(LogServices, FormatReturnsTheLengthOfTheWholeText) {
   std::array<char, 6> buffer{};
   EXPECT_EQ(format(buffer.data(), buffer.size(), "%s %llu", "abc", 12345ULL), 9U);
   EXPECT_STREQ(buffer.data(), "abc 1");
 }
 
-TEST(LogServicesTest, TextWithAPrecisionIsFormattedAsAnExcerpt) {
+TEST(LogServices, TextWithAPrecisionIsFormattedAsAnExcerpt) {
   std::array<char, 256> buffer{};
   const std::string key(2000, 'k');
   const std::string expected = "100% of 'k\\x0akkk <...>' in f, -1 18446744073709551615";
@@ -226,14 +226,14 @@ TEST(LogServicesTest, TextWithAPrecisionIsFormattedAsAnExcerpt) {
   EXPECT_EQ(buffer.data(), expected);
 }
 
-TEST(LogServicesTest, ExcerptThatDoesNotFitIsTruncatedAndCountedWhole) {
+TEST(LogServices, ExcerptThatDoesNotFitIsTruncatedAndCountedWhole) {
   std::array<char, 6> buffer{};
   EXPECT_EQ(format(buffer.data(), buffer.size(), "%.32s!", "abcdefgh"), 9U);
   EXPECT_STREQ(buffer.data(), "abcde");
   EXPECT_EQ(format(nullptr, 0, "%.32s!", "abcdefgh"), 9U);
 }
 
-TEST(LogServicesTest, MessageWithAnExcerptEndsAtAConversionThatIsNotKnown) {
+TEST(LogServices, MessageWithAnExcerptEndsAtAConversionThatIsNotKnown) {
   std::array<char, 64> buffer{};
   EXPECT_EQ(format(buffer.data(), buffer.size(), "%.32s at %p", "a", "b"), 5U);
   EXPECT_STREQ(buffer.data(), "a at ");

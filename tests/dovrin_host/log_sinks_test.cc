@@ -44,7 +44,7 @@ class File_size_limit {
   rlimit previous_{};
 };
 
-TEST(LineSinkTest, FileGetsOneLinePerRecordAfterWhatItHad) {
+TEST(LineSink, FileGetsOneLinePerRecordAfterWhatItHad) {
   const Temporary_folder folder;
   const std::string path = folder / "error.log";
   std::ofstream{path} << "earlier\n";
@@ -58,7 +58,7 @@ TEST(LineSinkTest, FileGetsOneLinePerRecordAfterWhatItHad) {
                                 render_json(sample_record("b")) + '\n');
 }
 
-TEST(LineSinkTest, NewFileIsForItsOwnerOnly) {
+TEST(LineSink, NewFileIsForItsOwnerOnly) {
   const Temporary_folder folder;
   const std::string path = folder / "error.log";
   ASSERT_TRUE(Line_sink::to_file(path, render_json).ok());
@@ -67,7 +67,7 @@ TEST(LineSinkTest, NewFileIsForItsOwnerOnly) {
   EXPECT_EQ(information.st_mode & 0777U, 0600U);
 }
 
-TEST(LineSinkTest, ExistingFileIsNarrowedToItsOwner) {
+TEST(LineSink, ExistingFileIsNarrowedToItsOwner) {
   const Temporary_folder folder;
   const std::string path = folder / "error.log";
   std::ofstream{path} << "earlier\n";
@@ -79,7 +79,7 @@ TEST(LineSinkTest, ExistingFileIsNarrowedToItsOwner) {
   EXPECT_EQ(contents(path), "earlier\n");
 }
 
-TEST(LineSinkTest, FileThatOtherUsersKeepIsRejected) {
+TEST(LineSink, FileThatOtherUsersKeepIsRejected) {
   constexpr uid_t other_user = 65534;
   const Temporary_folder folder;
   const std::string path = folder / "error.log";
@@ -97,7 +97,7 @@ TEST(LineSinkTest, FileThatOtherUsersKeepIsRejected) {
                                 "Operation not permitted.");
 }
 
-TEST(LineSinkTest, FifoWithoutReaderIsRejected) {
+TEST(LineSink, FifoWithoutReaderIsRejected) {
   const Temporary_folder folder;
   const std::string path = folder / "fifo";
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -107,7 +107,7 @@ TEST(LineSinkTest, FifoWithoutReaderIsRejected) {
                                 "': it is a FIFO that nobody reads, a socket or a missing device.");
 }
 
-TEST(LineSinkTest, FifoGetsRecordsAgainWhenItsReaderReturns) {
+TEST(LineSink, FifoGetsRecordsAgainWhenItsReaderReturns) {
   const Temporary_folder folder;
   const std::string path = folder / "fifo";
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -152,7 +152,7 @@ struct Pipe {
   std::array<int, 2> ends{};
 };
 
-TEST(LineSinkTest, DescriptorWhoseReaderLeftRaisesNoSignal) {
+TEST(LineSink, DescriptorWhoseReaderLeftRaisesNoSignal) {
   Pipe pipe;
   const auto sink = Line_sink::to_descriptor(pipe.writer(), render_line);
   pipe.close_reader();
@@ -160,7 +160,7 @@ TEST(LineSinkTest, DescriptorWhoseReaderLeftRaisesNoSignal) {
             "Cannot write to the descriptor " + std::to_string(pipe.writer()) + ": Broken pipe.");
 }
 
-TEST(LineSinkTest, DescriptorThatIsFullIsNotWaitedFor) {
+TEST(LineSink, DescriptorThatIsFullIsNotWaitedFor) {
   const Pipe pipe;
   const auto sink = Line_sink::to_descriptor(pipe.writer(), render_line);
   constexpr int more_than_a_pipe_holds = 10000;
@@ -174,7 +174,7 @@ TEST(LineSinkTest, DescriptorThatIsFullIsNotWaitedFor) {
                                                         ": Resource temporarily unavailable.");
 }
 
-TEST(LineSinkTest, SignalsOfTheProgramStay) {
+TEST(LineSink, SignalsOfTheProgramStay) {
   Pipe pipe;
   const auto sink = Line_sink::to_descriptor(pipe.writer(), render_line);
   pipe.close_reader();
@@ -198,14 +198,14 @@ TEST(LineSinkTest, SignalsOfTheProgramStay) {
   EXPECT_EQ(pthread_sigmask(SIG_SETMASK, &previous, nullptr), 0);
 }
 
-TEST(LineSinkTest, FileThatCannotBeOpenedIsNamed) {
+TEST(LineSink, FileThatCannotBeOpenedIsNamed) {
   const auto sink = Line_sink::to_file("/nonexistent/error.log", render_json);
   ASSERT_FALSE(sink.ok());
   EXPECT_EQ(sink.message(),
             "Cannot open the log file '/nonexistent/error.log': No such file or directory.");
 }
 
-TEST(LineSinkTest, DescriptorGetsLinesAndStaysOpen) {
+TEST(LineSink, DescriptorGetsLinesAndStaysOpen) {
   std::array<int, 2> ends{};
   ASSERT_EQ(pipe(ends.data()), 0);
   {
@@ -222,14 +222,14 @@ TEST(LineSinkTest, DescriptorGetsLinesAndStaysOpen) {
             render_line(sample_record()) + "\nx");
 }
 
-TEST(LineSinkTest, FullDiskIsNamedAndCounted) {
+TEST(LineSink, FullDiskIsNamedAndCounted) {
   const auto sink = Line_sink::to_file("/dev/full", render_json);
   ASSERT_TRUE(sink.ok());
   const Status status = sink.value()->write(sample_record());
   EXPECT_EQ(status.message(), "Cannot write to the log file '/dev/full': No space left on device.");
 }
 
-TEST(LineSinkTest, RecordsAroundACutOneAreWholeLines) {
+TEST(LineSink, RecordsAroundATruncatedOneAreWholeLines) {
   const Temporary_folder folder;
   const std::string path = folder / "error.log";
   const auto sink = Line_sink::to_file(path, render_json);
@@ -249,7 +249,7 @@ TEST(LineSinkTest, RecordsAroundACutOneAreWholeLines) {
             line + '\n' + line.substr(0, 10) + '\n' + render_json(sample_record("d")) + '\n');
 }
 
-TEST(RingSinkTest, KeepsTheLastRecordsNewestLast) {
+TEST(RingSink, KeepsTheLastRecordsNewestLast) {
   Ring_sink ring{2};
   for (const char *const message : {"a", "b", "c"}) {
     EXPECT_TRUE(ring.write(sample_record(message)).ok());
@@ -258,7 +258,7 @@ TEST(RingSinkTest, KeepsTheLastRecordsNewestLast) {
             (std::vector<Numbered_record>{{2, sample_record("b")}, {3, sample_record("c")}}));
 }
 
-TEST(RingSinkTest, RingWithoutRoomKeepsOneRecord) {
+TEST(RingSink, RingWithoutRoomKeepsOneRecord) {
   Ring_sink ring{0};
   EXPECT_TRUE(ring.write(sample_record("a")).ok());
   EXPECT_TRUE(ring.write(sample_record("b")).ok());

@@ -27,13 +27,13 @@ constexpr const char *legacy_padding = "component_halvex_encryption.rsa_support_
 
 Server &server() { return Server::instance(); }
 
-class RealComponentTest : public testing::Test {
+class RealComponent : public testing::Test {
  protected:
-  RealComponentTest() {
+  RealComponent() {
     const Status installed = server().install(COMPONENT_FILE);
     EXPECT_TRUE(installed.ok()) << installed.message();
   }
-  ~RealComponentTest() override {
+  ~RealComponent() override {
     const Status uninstalled = server().uninstall(component_name);
     EXPECT_TRUE(uninstalled.ok()) << uninstalled.message();
     EXPECT_EQ(dlopen(COMPONENT_FILE, RTLD_NOW | RTLD_NOLOAD), nullptr);
@@ -47,7 +47,7 @@ class RealComponentTest : public testing::Test {
   }
 };
 
-TEST_F(RealComponentTest, SevenFunctionsAreThere) {
+TEST_F(RealComponent, SevenFunctionsAreThere) {
   EXPECT_EQ(server().functions().list(),
             (std::vector<Function_info>{{"asymmetric_decrypt", STRING_RESULT},
                                         {"asymmetric_encrypt", STRING_RESULT},
@@ -58,7 +58,7 @@ TEST_F(RealComponentTest, SevenFunctionsAreThere) {
                                         {"create_digest", STRING_RESULT}}));
 }
 
-TEST_F(RealComponentTest, TwoVariablesAreThere) {
+TEST_F(RealComponent, TwoVariablesAreThere) {
   EXPECT_EQ(server().variables().list(),
             (std::vector<Variable_info>{
                 {key_size, 4096LL, Variable_type::integer, 4096LL, 2048, 16384, 1024,
@@ -67,7 +67,7 @@ TEST_F(RealComponentTest, TwoVariablesAreThere) {
                  "Supports legacy padding in decryption and signature verification functions"}}));
 }
 
-TEST_F(RealComponentTest, KeySizeIsCheckedByItsLowBits) {
+TEST_F(RealComponent, KeySizeIsCheckedByItsLowBits) {
   System_variables &variables = server().variables();
   EXPECT_TRUE(variables.set(key_size, 8192LL).ok());
   EXPECT_EQ(variables.get(key_size).value(), Variable_value{8192LL});
@@ -84,7 +84,7 @@ TEST_F(RealComponentTest, KeySizeIsCheckedByItsLowBits) {
   EXPECT_EQ(variables.get(key_size).value(), Variable_value{4096LL});
 }
 
-TEST_F(RealComponentTest, LegacyPaddingIsASwitch) {
+TEST_F(RealComponent, LegacyPaddingIsASwitch) {
   System_variables &variables = server().variables();
   EXPECT_TRUE(variables.set(legacy_padding, std::string{"ON"}).ok());
   EXPECT_EQ(variables.get(legacy_padding).value(), Variable_value{true});
@@ -92,7 +92,7 @@ TEST_F(RealComponentTest, LegacyPaddingIsASwitch) {
   EXPECT_EQ(variables.get(legacy_padding).value(), Variable_value{true});
 }
 
-TEST_F(RealComponentTest, DigestIsComputedFromArgumentsWithoutTerminator) {
+TEST_F(RealComponent, DigestIsComputedFromArgumentsWithoutTerminator) {
   const auto digest = open("create_digest", {STRING_RESULT, STRING_RESULT});
   ASSERT_NE(digest, nullptr);
   const std::string_view text = "sha256abc";
@@ -106,13 +106,13 @@ TEST_F(RealComponentTest, DigestIsComputedFromArgumentsWithoutTerminator) {
                 32)));
 }
 
-TEST_F(RealComponentTest, RefusalHasTheComponentsText) {
+TEST_F(RealComponent, RejectionHasTheComponentsText) {
   const std::vector types{STRING_RESULT};
   EXPECT_EQ(server().open_function("create_asymmetric_priv_key", types).message(),
             "Mismatch in number of arguments to the function. Expected 2 arguments");
 }
 
-TEST_F(RealComponentTest, NullArgumentIsExplainedInTheErrorLog) {
+TEST_F(RealComponent, NullArgumentIsExplainedInTheErrorLog) {
   const Listener listener;
   const auto create = open("create_asymmetric_priv_key", {STRING_RESULT, INT_RESULT});
   ASSERT_NE(create, nullptr);
@@ -135,7 +135,7 @@ TEST_F(RealComponentTest, NullArgumentIsExplainedInTheErrorLog) {
   EXPECT_EQ(listener.records(), std::vector{expected});
 }
 
-TEST_F(RealComponentTest, MessageNamesTheLimitInForce) {
+TEST_F(RealComponent, MessageNamesTheLimitInForce) {
   const Listener listener;
   EXPECT_TRUE(server().variables().set(key_size, 2048LL).ok());
   const auto create = open("create_asymmetric_priv_key", {STRING_RESULT, INT_RESULT});
@@ -150,7 +150,7 @@ TEST_F(RealComponentTest, MessageNamesTheLimitInForce) {
             "2048 and 2048 bits.'");
 }
 
-TEST_F(RealComponentTest, ErrorOfAnotherUserIsNotReportedAsTheCause) {
+TEST_F(RealComponent, ErrorOfAnotherUserIsNotReportedAsTheCause) {
   const auto encrypt = open("asymmetric_encrypt", std::vector(3, STRING_RESULT));
   ASSERT_NE(encrypt, nullptr);
   const std::vector arguments{Argument::string("RSA"), Argument::string("data"),
@@ -168,7 +168,7 @@ TEST_F(RealComponentTest, ErrorOfAnotherUserIsNotReportedAsTheCause) {
 }
 
 // OpenSSL would work for seconds to minutes on these, and nothing could interrupt it.
-TEST_F(RealComponentTest, LongKeyIsAnErrorOfEveryFunctionThatTakesOne) {
+TEST_F(RealComponent, LongKeyIsAnErrorOfEveryFunctionThatTakesOne) {
   std::string lines;
   while (lines.size() < 200000 * 56) {
     lines += "-----BEGIN PUBLIC KEY-----\nAAAA\n-----END PUBLIC KEY-----\n";
@@ -200,7 +200,7 @@ TEST_F(RealComponentTest, LongKeyIsAnErrorOfEveryFunctionThatTakesOne) {
   EXPECT_EQ(functions, 5);
 }
 
-TEST_F(RealComponentTest, LongestRsaKeyFits) {
+TEST_F(RealComponent, LongestRsaKeyFits) {
   const std::string key = halvex_test::fixture("rsa16384.pem");
   const auto create = open("create_asymmetric_pub_key", {STRING_RESULT, STRING_RESULT});
   ASSERT_NE(create, nullptr);
@@ -208,7 +208,7 @@ TEST_F(RealComponentTest, LongestRsaKeyFits) {
   EXPECT_EQ(create->row(arguments).text, halvex_test::fixture("rsa16384-public.pem"));
 }
 
-TEST_F(RealComponentTest, OpenInstanceKeepsItInstalled) {
+TEST_F(RealComponent, OpenInstanceKeepsItInstalled) {
   const auto digest = open("create_digest", {STRING_RESULT, STRING_RESULT});
   EXPECT_EQ(server().uninstall(component_name).message(),
             "The component 'dovrin::component_halvex_encryption' cannot be uninstalled: 1 open "
@@ -216,7 +216,7 @@ TEST_F(RealComponentTest, OpenInstanceKeepsItInstalled) {
   EXPECT_EQ(server().functions().list().size(), 7U);
 }
 
-TEST_F(RealComponentTest, CanBeReinstalledAHundredTimes) {
+TEST_F(RealComponent, CanBeReinstalledAHundredTimes) {
   const Listener listener;
   for (int i = 0; i < 100; ++i) {
     ASSERT_TRUE(server().uninstall(component_name).ok()) << i;

@@ -49,13 +49,13 @@ bool enters_small_context() {
   return static_cast<bool>(scope);
 }
 
-class RowContextTest : public testing::Test {
+class RowContext : public testing::Test {
  protected:
-  RowContextTest() { set_small_context_use(Small_context_use::always); }
-  ~RowContextTest() override { set_small_context_use(Small_context_use::where_it_pays); }
+  RowContext() { set_small_context_use(Small_context_use::always); }
+  ~RowContext() override { set_small_context_use(Small_context_use::where_it_pays); }
 };
 
-TEST_F(RowContextTest, ChangesTheThreadsDefaultWhileTheScopeLasts) {
+TEST_F(RowContext, ChangesTheThreadsDefaultWhileTheScopeLasts) {
   OSSL_LIB_CTX *const before = thread_default();
   OSSL_LIB_CTX *first = nullptr;
   {
@@ -69,7 +69,7 @@ TEST_F(RowContextTest, ChangesTheThreadsDefaultWhileTheScopeLasts) {
   EXPECT_EQ(thread_default(), first) << "one context per thread";
 }
 
-TEST_F(RowContextTest, EveryThreadHasItsOwn) {
+TEST_F(RowContext, EveryThreadHasItsOwn) {
   const Small_context_scope scope;
   OSSL_LIB_CTX *other = nullptr;
   std::thread{[&] {
@@ -79,12 +79,12 @@ TEST_F(RowContextTest, EveryThreadHasItsOwn) {
   EXPECT_NE(other, thread_default());
 }
 
-TEST_F(RowContextTest, StaysOutWhenSwitchedOff) {
+TEST_F(RowContext, StaysOutWhenSwitchedOff) {
   set_small_context_use(Small_context_use::never);
   EXPECT_FALSE(enters_small_context());
 }
 
-TEST_F(RowContextTest, StaysOutBesideAnotherThreadDefault) {
+TEST_F(RowContext, StaysOutBesideAnotherThreadDefault) {
   const Context_ptr own{OSSL_LIB_CTX_new()};
   OSSL_LIB_CTX *const former = OSSL_LIB_CTX_set0_default(own.get());
   EXPECT_FALSE(enters_small_context());
@@ -93,7 +93,7 @@ TEST_F(RowContextTest, StaysOutBesideAnotherThreadDefault) {
   EXPECT_TRUE(enters_small_context());
 }
 
-TEST_F(RowContextTest, StaysOutBesideAnotherProvider) {
+TEST_F(RowContext, StaysOutBesideAnotherProvider) {
   {
     const Provider_ptr null_provider{OSSL_PROVIDER_try_load(nullptr, "null", 1)};
     ASSERT_NE(null_provider, nullptr);
@@ -102,7 +102,7 @@ TEST_F(RowContextTest, StaysOutBesideAnotherProvider) {
   EXPECT_TRUE(enters_small_context());
 }
 
-TEST_F(RowContextTest, StaysOutWhenDefaultPropertiesHideRsa) {
+TEST_F(RowContext, StaysOutWhenDefaultPropertiesHideRsa) {
   ASSERT_EQ(EVP_set_default_properties(nullptr, "fips=yes"), 1);
   EXPECT_FALSE(enters_small_context());
   ASSERT_EQ(EVP_set_default_properties(nullptr, ""), 1);
@@ -115,7 +115,7 @@ struct Asks_while_ending {
   ~Asks_while_ending() { *entered = enters_small_context(); }
 };
 
-TEST_F(RowContextTest, StaysOutWhileTheThreadEnds) {
+TEST_F(RowContext, StaysOutWhileTheThreadEnds) {
   bool entered_before = false;
   bool entered_while_ending = true;
   std::thread{[&] {
@@ -128,7 +128,7 @@ TEST_F(RowContextTest, StaysOutWhileTheThreadEnds) {
   EXPECT_FALSE(entered_while_ending);
 }
 
-TEST_F(RowContextTest, AChildProcessMakesItsOwn) {
+TEST_F(RowContext, AChildProcessMakesItsOwn) {
   OSSL_LIB_CTX *parents = nullptr;
   {
     const Small_context_scope scope;
@@ -145,7 +145,7 @@ TEST_F(RowContextTest, AChildProcessMakesItsOwn) {
   EXPECT_EQ(status, 0);
 }
 
-TEST_F(RowContextTest, TheEnvironmentDecides) {
+TEST_F(RowContext, TheEnvironmentDecides) {
   const auto use_with = [](const char *value) {
     setenv("HALVEX_ROW_CONTEXT", value, 1);
     const Small_context_use use = small_context_use_of_environment();
@@ -158,7 +158,7 @@ TEST_F(RowContextTest, TheEnvironmentDecides) {
   EXPECT_EQ(small_context_use_of_environment(), Small_context_use::where_it_pays);
 }
 
-TEST(RowContextKeyTest, OnlyOneBlockOfAKnownLabelReadsAlike) {
+TEST(RowContextKey, OnlyOneBlockOfAKnownLabelReadsAlike) {
   EXPECT_TRUE(reads_alike_in_small_context(fixture("rsa2048.pem")));
   EXPECT_TRUE(reads_alike_in_small_context(fixture("rsa2048-public.pem")));
   EXPECT_TRUE(reads_alike_in_small_context(fixture("rsa2048-traditional.pem")));
@@ -299,13 +299,13 @@ class Random_calls {
   std::mt19937 engine_;
 };
 
-class RowContextDifferenceTest : public RowContextTest {
+class RowContextDifference : public RowContext {
  protected:
-  RowContextDifferenceTest() {
+  RowContextDifference() {
     const Status installed = Server::instance().install(COMPONENT_FILE);
     EXPECT_TRUE(installed.ok()) << installed.message();
   }
-  ~RowContextDifferenceTest() override {
+  ~RowContextDifference() override {
     set_legacy(false);
     const Status uninstalled = Server::instance().uninstall(component_name);
     EXPECT_TRUE(uninstalled.ok()) << uninstalled.message();
@@ -342,7 +342,7 @@ class RowContextDifferenceTest : public RowContextTest {
 
 constexpr auto string_value = Row_result::Kind::string;
 
-TEST_F(RowContextDifferenceTest, RandomCallsGiveTheSameInBothContexts) {
+TEST_F(RowContextDifference, RandomCallsGiveTheSameInBothContexts) {
   const char *const wanted = std::getenv("HALVEX_RANDOM_CALLS");
   const int rounds = wanted != nullptr ? std::atoi(wanted) / 6 : 150;
   const char *const seed = std::getenv("HALVEX_RANDOM_SEED");
@@ -386,7 +386,7 @@ TEST_F(RowContextDifferenceTest, RandomCallsGiveTheSameInBothContexts) {
   EXPECT_GT(values, rounds) << "most calls must have reached the library";
 }
 
-TEST_F(RowContextDifferenceTest, ValuesOfTheSmallContextAreRightInTheDefaultOne) {
+TEST_F(RowContextDifference, ValuesOfTheSmallContextAreRightInTheDefaultOne) {
   const std::string private_key = fixture("rsa2048.pem");
   const std::string public_key = fixture("rsa2048-public.pem");
   const Outcome ciphertext =
@@ -403,7 +403,7 @@ TEST_F(RowContextDifferenceTest, ValuesOfTheSmallContextAreRightInTheDefaultOne)
             1);
 }
 
-TEST_F(RowContextDifferenceTest, DefaultPropertiesThatHideRsaGiveTheSameRecords) {
+TEST_F(RowContextDifference, DefaultPropertiesThatHideRsaGiveTheSameRecords) {
   ASSERT_EQ(EVP_set_default_properties(nullptr, "fips=yes"), 1);
   const Outcome outcome =
       expect_same({"asymmetric_sign", {"RSA", "text", fixture("rsa2048.pem"), "SHA256"}});
@@ -412,7 +412,7 @@ TEST_F(RowContextDifferenceTest, DefaultPropertiesThatHideRsaGiveTheSameRecords)
   EXPECT_EQ(outcome.records.size(), 2U);
 }
 
-TEST_F(RowContextDifferenceTest, ThreadsComeAndGo) {
+TEST_F(RowContextDifference, ThreadsComeAndGo) {
   const Call call{"create_asymmetric_pub_key", {"RSA", fixture("rsa2048.pem")}};
   for (int round = 0; round < 50; ++round) {
     std::vector<std::thread> threads;

@@ -104,9 +104,9 @@ class All_sinks {
   std::shared_ptr<Line_sink> lines_;
 };
 
-class SecretsTest : public testing::Test {
+class HostSecrets : public testing::Test {
  protected:
-  SecretsTest() { EXPECT_TRUE(lease_.ok()) << lease_.message(); }
+  HostSecrets() { EXPECT_TRUE(lease_.ok()) << lease_.message(); }
 
   // Runs one row; false if init rejects the types.
   static bool run(std::string_view function, const std::vector<Argument> &arguments) {
@@ -141,7 +141,7 @@ class SecretsTest : public testing::Test {
   const Result<Component_lease> lease_ = Server::instance().acquire(COMPONENT_FILE);
 };
 
-TEST_F(SecretsTest, NoExchangeOfTwoArgumentsWritesAPieceOfKeyOrPlaintext) {
+TEST_F(HostSecrets, NoExchangeOfTwoArgumentsWritesAPieceOfKeyOrPlaintext) {
   const All_sinks sinks;
   int runs = 0;
   for (const Function_description &function : function_descriptions()) {
@@ -174,7 +174,7 @@ TEST_F(SecretsTest, NoExchangeOfTwoArgumentsWritesAPieceOfKeyOrPlaintext) {
   }
 }
 
-TEST_F(SecretsTest, KeyInThePlaceOfTheAlgorithmIsAMarkedExcerpt) {
+TEST_F(HostSecrets, KeyInThePlaceOfTheAlgorithmIsAMarkedExcerpt) {
   const All_sinks sinks;
   EXPECT_TRUE(run("create_asymmetric_pub_key", {Argument::string(key_), Argument::string("RSA")}));
   const std::vector<Log_record> records = sinks.records();
@@ -190,7 +190,7 @@ TEST_F(SecretsTest, KeyInThePlaceOfTheAlgorithmIsAMarkedExcerpt) {
                                     "create_asymmetric_pub_key.'");
 }
 
-TEST_F(SecretsTest, TextThatIsNotUtf8BecomesAValidMessage) {
+TEST_F(HostSecrets, TextThatIsNotUtf8BecomesAValidMessage) {
   const All_sinks sinks;
   EXPECT_TRUE(run("create_asymmetric_pub_key",
                   {Argument::string("\xff\xfe\u202e\x9b"), Argument::string("key")}));
@@ -202,7 +202,7 @@ TEST_F(SecretsTest, TextThatIsNotUtf8BecomesAValidMessage) {
             "create_asymmetric_pub_key.'");
 }
 
-TEST_F(SecretsTest, HintFitsTheFunctionThatFailed) {
+TEST_F(HostSecrets, HintFitsTheFunctionThatFailed) {
   const All_sinks sinks;
   const std::string public_key = halvex_test::fixture("rsa2048-public.pem");
   EXPECT_TRUE(run("asymmetric_verify",

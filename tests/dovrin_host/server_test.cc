@@ -38,10 +38,10 @@ bool is_in_memory(const std::string &path) {
 Server &server() { return Server::instance(); }
 
 // Each test finds and leaves a server without components.
-class ServerTest : public testing::Test {
+class ServerComponents : public testing::Test {
  protected:
-  ServerTest() { expect_nothing_installed(); }
-  ~ServerTest() override { expect_nothing_installed(); }
+  ServerComponents() { expect_nothing_installed(); }
+  ~ServerComponents() override { expect_nothing_installed(); }
 
   static void expect_nothing_installed() {
     EXPECT_TRUE(server().components().empty());
@@ -74,7 +74,7 @@ class ServerTest : public testing::Test {
 
 constexpr const char *well_behaved = "dovrin::well_behaved";
 
-TEST_F(ServerTest, InstalledComponentCanBeSeenAndUsed) {
+TEST_F(ServerComponents, InstalledComponentCanBeSeenAndUsed) {
   install("well_behaved");
 
   const std::vector<Component_info> components = server().components();
@@ -93,7 +93,7 @@ TEST_F(ServerTest, InstalledComponentCanBeSeenAndUsed) {
   EXPECT_FALSE(is_in_memory(file_of("well_behaved")));
 }
 
-TEST_F(ServerTest, ReinstalledComponentStartsAnew) {
+TEST_F(ServerComponents, ReinstalledComponentStartsAnew) {
   install("well_behaved");
   EXPECT_TRUE(server().variables().set("well_behaved.size", 8192LL).ok());
   uninstall(well_behaved);
@@ -105,12 +105,12 @@ TEST_F(ServerTest, ReinstalledComponentStartsAnew) {
   }
 }
 
-TEST_F(ServerTest, MissingFileIsNamed) {
+TEST_F(ServerComponents, MissingFileIsNamed) {
   expect_install_fails("/nonexistent/component.so",
                        "There is no component file '/nonexistent/component.so'.");
 }
 
-TEST_F(ServerTest, DamagedFileIsNamed) {
+TEST_F(ServerComponents, DamagedFileIsNamed) {
   const std::string path = file_of("damaged");
   std::ofstream{path} << "not an object";
   const Status status = server().install(path);
@@ -119,7 +119,7 @@ TEST_F(ServerTest, DamagedFileIsNamed) {
   std::filesystem::remove(path);
 }
 
-TEST_F(ServerTest, FileThatIsTruncatedAnywhereIsNamed) {
+TEST_F(ServerComponents, FileThatIsTruncatedAnywhereIsNamed) {
   const std::string whole = file_of("well_behaved");
   const std::string path = file_of("truncated");
   const auto size = std::filesystem::file_size(whole);
@@ -132,7 +132,7 @@ TEST_F(ServerTest, FileThatIsTruncatedAnywhereIsNamed) {
   std::filesystem::remove(path);
 }
 
-TEST_F(ServerTest, FileForAnotherProcessorIsNamed) {
+TEST_F(ServerComponents, FileForAnotherProcessorIsNamed) {
   const halvex_test::Temporary_folder folder;
   const std::string path = folder / "component.so";
   std::filesystem::copy_file(file_of("well_behaved"), path);
@@ -145,7 +145,7 @@ TEST_F(ServerTest, FileForAnotherProcessorIsNamed) {
                                  "' cannot be loaded: it is built for another processor.");
 }
 
-TEST_F(ServerTest, FifoIsNotWaitedFor) {
+TEST_F(ServerComponents, FifoIsNotWaitedFor) {
   const halvex_test::Temporary_folder folder;
   const std::string path = folder / "fifo";
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -153,7 +153,7 @@ TEST_F(ServerTest, FifoIsNotWaitedFor) {
             "The component file '" + path + "' cannot be loaded: it is no regular file.");
 }
 
-TEST_F(ServerTest, FolderThatMayNotBeSearchedIsTheReason) {
+TEST_F(ServerComponents, FolderThatMayNotBeSearchedIsTheReason) {
   constexpr uid_t other_user = 65534;
   const halvex_test::Temporary_folder folder;
   const std::string path = folder / "component.so";
@@ -167,26 +167,26 @@ TEST_F(ServerTest, FolderThatMayNotBeSearchedIsTheReason) {
             "The component file '" + path + "' cannot be loaded: Permission denied.");
 }
 
-TEST_F(ServerTest, ObjectWithoutEntryIsNamed) {
+TEST_F(ServerComponents, ObjectWithoutEntryIsNamed) {
   const std::string path = file_of("no_entry");
   expect_install_fails(
       path, "The file '" + path + "' is no component: it has no symbol 'list_components'.");
 }
 
-TEST_F(ServerTest, IncompleteDescriptorIsRefused) {
+TEST_F(ServerComponents, IncompleteDescriptorIsRejected) {
   const std::string path = file_of("incomplete_descriptor");
   expect_install_fails(
       path,
       "The file '" + path + "' is no component: its descriptor lacks a name, an init or a deinit.");
 }
 
-TEST_F(ServerTest, UnknownServiceIsNamedAndInitDoesNotRun) {
+TEST_F(ServerComponents, UnknownServiceIsNamedAndInitDoesNotRun) {
   expect_install_fails(file_of("unknown_service"),
                        "The component 'dovrin::unknown_service' requires the service "
                        "'no_such_service', which this server does not have.");
 }
 
-TEST_F(ServerTest, RefusingInitLeavesNothingBehind) {
+TEST_F(ServerComponents, FailingInitLeavesNothingBehind) {
   for (int i = 0; i < 3; ++i) {
     expect_install_fails(file_of("refusing_init"),
                          "The component 'dovrin::refusing_init' refused to start: its init failed. "
@@ -194,19 +194,19 @@ TEST_F(ServerTest, RefusingInitLeavesNothingBehind) {
   }
 }
 
-TEST_F(ServerTest, ThrowingInitLeavesNothingBehind) {
+TEST_F(ServerComponents, ThrowingInitLeavesNothingBehind) {
   expect_install_fails(file_of("throwing_init"),
                        "The component 'dovrin::refusing_init' failed with an exception: no room.");
 }
 
-TEST_F(ServerTest, InstallingTwiceIsAnError) {
+TEST_F(ServerComponents, InstallingTwiceIsAnError) {
   install("well_behaved");
   EXPECT_EQ(server().install(file_of("well_behaved")).message(),
             "The component 'dovrin::well_behaved' is already installed.");
   uninstall(well_behaved);
 }
 
-TEST_F(ServerTest, SameNameFromAnotherFileIsAnError) {
+TEST_F(ServerComponents, SameNameFromAnotherFileIsAnError) {
   install("well_behaved");
   const std::string first = std::filesystem::canonical(file_of("well_behaved"));
   const std::string second = std::filesystem::canonical(file_of("same_name"));
@@ -221,7 +221,7 @@ TEST_F(ServerTest, SameNameFromAnotherFileIsAnError) {
   uninstall(well_behaved);
 }
 
-TEST_F(ServerTest, OneFileUnderTwoPathsIsOneComponent) {
+TEST_F(ServerComponents, OneFileUnderTwoPathsIsOneComponent) {
   const std::string link = file_of("hard_link");
   std::filesystem::remove(link);
   std::filesystem::create_hard_link(file_of("well_behaved"), link);
@@ -232,7 +232,7 @@ TEST_F(ServerTest, OneFileUnderTwoPathsIsOneComponent) {
   std::filesystem::remove(link);
 }
 
-TEST_F(ServerTest, ComponentWhoseFunctionNameIsTakenIsRefused) {
+TEST_F(ServerComponents, ComponentWhoseFunctionNameIsTakenIsRejected) {
   install("well_behaved");
   EXPECT_EQ(server().install(file_of("other_name")).message(),
             "The component 'dovrin::other_name' refused to start: its init failed. The error log "
@@ -242,12 +242,12 @@ TEST_F(ServerTest, ComponentWhoseFunctionNameIsTakenIsRefused) {
   uninstall(well_behaved);
 }
 
-TEST_F(ServerTest, UninstallingWhatIsNotInstalledIsAnError) {
+TEST_F(ServerComponents, UninstallingWhatIsNotInstalledIsAnError) {
   EXPECT_EQ(server().uninstall("dovrin::none").message(),
             "The component 'dovrin::none' is not installed.");
 }
 
-TEST_F(ServerTest, OpenInstancesKeepTheComponentInstalledAndUsable) {
+TEST_F(ServerComponents, OpenInstancesKeepTheComponentInstalledAndUsable) {
   install("well_behaved");
   auto first = open_value();
   auto second = open_value();
@@ -266,12 +266,12 @@ TEST_F(ServerTest, OpenInstancesKeepTheComponentInstalledAndUsable) {
   uninstall(well_behaved);
 }
 
-TEST_F(ServerTest, FunctionsOfNoComponentAreNamed) {
+TEST_F(ServerComponents, FunctionsOfNoComponentAreNamed) {
   EXPECT_EQ(server().open_function("value", {}).message(),
             "The function 'value' is not installed.");
 }
 
-TEST_F(ServerTest, LastLeaseUninstalls) {
+TEST_F(ServerComponents, LastLeaseUninstalls) {
   auto first = server().acquire(file_of("well_behaved"));
   ASSERT_TRUE(first.ok()) << first.message();
   EXPECT_EQ(first.value().name(), well_behaved);
@@ -287,7 +287,7 @@ TEST_F(ServerTest, LastLeaseUninstalls) {
   EXPECT_FALSE(is_in_memory(file_of("well_behaved")));
 }
 
-TEST_F(ServerTest, MovedLeaseCountsOnce) {
+TEST_F(ServerComponents, MovedLeaseCountsOnce) {
   auto first = server().acquire(file_of("well_behaved"));
   Component_lease second = std::move(first).value();
   Component_lease third;
@@ -296,7 +296,7 @@ TEST_F(ServerTest, MovedLeaseCountsOnce) {
   EXPECT_TRUE(third);
 }
 
-TEST_F(ServerTest, LeasedComponentIsNotUninstalled) {
+TEST_F(ServerComponents, LeasedComponentIsNotUninstalled) {
   install("well_behaved");
   auto lease = server().acquire(file_of("well_behaved"));
   EXPECT_EQ(server().uninstall(well_behaved).message(),
@@ -306,7 +306,7 @@ TEST_F(ServerTest, LeasedComponentIsNotUninstalled) {
   uninstall(well_behaved);
 }
 
-TEST_F(ServerTest, LastLeaseLeavesAComponentInUseInstalled) {
+TEST_F(ServerComponents, LastLeaseLeavesAComponentInUseInstalled) {
   auto lease = server().acquire(file_of("well_behaved"));
   auto instance = open_value();
   lease.value().release();
@@ -319,7 +319,7 @@ TEST_F(ServerTest, LastLeaseLeavesAComponentInUseInstalled) {
   EXPECT_TRUE(server().components().empty());
 }
 
-TEST_F(ServerTest, ComponentThatRefusesToStopStaysUsable) {
+TEST_F(ServerComponents, ComponentThatRefusesToStopStaysUsable) {
   install("failing_deinit");
   EXPECT_EQ(
       server().uninstall("dovrin::failing_deinit").message(),
@@ -330,7 +330,7 @@ TEST_F(ServerTest, ComponentThatRefusesToStopStaysUsable) {
   uninstall("dovrin::failing_deinit");
 }
 
-TEST_F(ServerTest, DestructorsAtUnloadStillReachTheServer) {
+TEST_F(ServerComponents, DestructorsAtUnloadStillReachTheServer) {
   install("unregisters_at_unload");
   testing::internal::CaptureStderr();
   uninstall("dovrin::unregisters_at_unload");
@@ -339,7 +339,7 @@ TEST_F(ServerTest, DestructorsAtUnloadStillReachTheServer) {
   EXPECT_FALSE(is_in_memory(file_of("unregisters_at_unload")));
 }
 
-TEST_F(ServerTest, ComponentOfAnotherServerIsRefused) {
+TEST_F(ServerComponents, ComponentOfAnotherServerIsRejected) {
   void *const object = dlopen(file_of("well_behaved").c_str(), RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(object, nullptr);
   const auto list = reinterpret_cast<Dovrin_list_components>(dlsym(object, "list_components"));
@@ -359,7 +359,7 @@ TEST_F(ServerTest, ComponentOfAnotherServerIsRefused) {
   dlclose(object);
 }
 
-TEST_F(ServerTest, SetsTheUserInterfaceOfLibcryptoToNone) {
+TEST_F(ServerComponents, SetsTheUserInterfaceOfLibcryptoToNone) {
   server();
   EXPECT_EQ(UI_get_default_method(), UI_null());
 }

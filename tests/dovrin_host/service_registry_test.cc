@@ -12,7 +12,7 @@ const void *acquired(const char *name) {
   return handle;
 }
 
-TEST(ServiceRegistryTest, EveryServiceLeadsToItsTable) {
+TEST(ServiceRegistry, EveryServiceLeadsToItsTable) {
   EXPECT_EQ(acquired("registry"), &registry_table);
   EXPECT_EQ(acquired("component_sys_variable_register"), &sys_variable_register_table);
   EXPECT_EQ(acquired("component_sys_variable_unregister"), &sys_variable_unregister_table);
@@ -21,7 +21,7 @@ TEST(ServiceRegistryTest, EveryServiceLeadsToItsTable) {
   EXPECT_EQ(acquired("udf_registration"), &udf_registration_table);
 }
 
-TEST(ServiceRegistryTest, RelationDecidesNothing) {
+TEST(ServiceRegistry, RelationDecidesNothing) {
   void *handle = nullptr;
   int related = 0;
   EXPECT_EQ(registry_table.acquire_related("udf_registration", &related, &handle), 0);
@@ -29,7 +29,7 @@ TEST(ServiceRegistryTest, RelationDecidesNothing) {
   EXPECT_EQ(registry_table.release(handle), 0);
 }
 
-TEST(ServiceRegistryTest, RefusesWhatItDoesNotHave) {
+TEST(ServiceRegistry, FailsForAServiceThatItLacks) {
   void *handle = nullptr;
   EXPECT_NE(registry_table.acquire("no_such_service", &handle), 0);
   EXPECT_NE(registry_table.acquire(nullptr, &handle), 0);

@@ -42,14 +42,14 @@ Variable_definition switch_variable(bool *storage) {
   return definition;
 }
 
-class SystemVariablesTest : public testing::Test {
+class HostVariables : public testing::Test {
  protected:
   System_variables variables_;
   int size_ = 4096;
   bool switch_ = false;
 };
 
-TEST_F(SystemVariablesTest, ListsWholeVariablesByName) {
+TEST_F(HostVariables, ListsWholeVariablesByName) {
   EXPECT_TRUE(variables_.add(switch_variable(&switch_), nullptr));
   EXPECT_TRUE(variables_.add(size_variable(&size_), nullptr));
   size_ = 8192;
@@ -59,13 +59,13 @@ TEST_F(SystemVariablesTest, ListsWholeVariablesByName) {
                 {"tests.switch", false, Variable_type::boolean, false, 0, 0, 0, "A switch"}}));
 }
 
-TEST_F(SystemVariablesTest, RegistrationLeavesTheStoredValueAlone) {
+TEST_F(HostVariables, RegistrationLeavesTheStoredValueAlone) {
   size_ = 3072;
   EXPECT_TRUE(variables_.add(size_variable(&size_), nullptr));
   EXPECT_EQ(variables_.get("tests.size").value(), Variable_value{3072LL});
 }
 
-TEST_F(SystemVariablesTest, RefusesATakenNameAndWhatItCouldNotRead) {
+TEST_F(HostVariables, RejectsATakenNameAndWhatItCouldNotRead) {
   EXPECT_TRUE(variables_.add(size_variable(&size_), nullptr));
   EXPECT_FALSE(variables_.add(size_variable(&size_), nullptr));
   EXPECT_FALSE(variables_.add(switch_variable(nullptr), nullptr));
@@ -74,7 +74,7 @@ TEST_F(SystemVariablesTest, RefusesATakenNameAndWhatItCouldNotRead) {
   EXPECT_FALSE(variables_.add(nameless, nullptr));
 }
 
-TEST_F(SystemVariablesTest, OwnCheckAcceptsIntegersInTheLimits) {
+TEST_F(HostVariables, OwnCheckAcceptsIntegersInTheLimits) {
   EXPECT_TRUE(variables_.add(size_variable(&size_), nullptr));
   const std::vector<std::pair<Setting, int>> accepted{
       {2048LL, 2048}, {3072.0, 3072}, {16384LL, 16384}, {text("8192"), 8192}};
@@ -84,7 +84,7 @@ TEST_F(SystemVariablesTest, OwnCheckAcceptsIntegersInTheLimits) {
   }
 }
 
-TEST_F(SystemVariablesTest, OwnCheckRefusesEverythingElseAndSaysWhatIsAllowed) {
+TEST_F(HostVariables, OwnCheckRejectsEverythingElseAndStatesWhatIsAllowed) {
   EXPECT_TRUE(variables_.add(size_variable(&size_), nullptr));
   const std::vector<Setting> rejected{1024LL,  2047LL, 3000LL,      16385LL, 17408LL, 4294971392LL,
                                       -2048LL, 0LL,    text("big"), 2048.5,  true};
@@ -96,7 +96,7 @@ TEST_F(SystemVariablesTest, OwnCheckRefusesEverythingElseAndSaysWhatIsAllowed) {
   EXPECT_EQ(size_, 4096);
 }
 
-TEST_F(SystemVariablesTest, BlockSizeOfOneOrLessAllowsEveryIntegerInTheRange) {
+TEST_F(HostVariables, BlockSizeOfOneOrLessAllowsEveryIntegerInTheRange) {
   Variable_definition definition = size_variable(&size_);
   definition.minimum = -3;
   definition.maximum = 3;
@@ -109,7 +109,7 @@ TEST_F(SystemVariablesTest, BlockSizeOfOneOrLessAllowsEveryIntegerInTheRange) {
             "3.");
 }
 
-TEST_F(SystemVariablesTest, OwnCheckTakesBooleanWords) {
+TEST_F(HostVariables, OwnCheckAcceptsBooleanWords) {
   EXPECT_TRUE(variables_.add(switch_variable(&switch_), nullptr));
   EXPECT_TRUE(variables_.set("tests.switch", text("on")).ok());
   EXPECT_TRUE(switch_);
@@ -123,21 +123,21 @@ TEST_F(SystemVariablesTest, OwnCheckTakesBooleanWords) {
   EXPECT_TRUE(switch_);
 }
 
-TEST_F(SystemVariablesTest, UnknownVariableIsNamed) {
+TEST_F(HostVariables, UnknownVariableIsNamed) {
   EXPECT_EQ(variables_.set("tests.none", 1LL).message(),
             "There is no system variable 'tests.none'.");
   EXPECT_EQ(variables_.get("tests.none").message(), "There is no system variable 'tests.none'.");
   EXPECT_FALSE(variables_.remove("tests.none"));
 }
 
-TEST_F(SystemVariablesTest, RemovedVariableIsGone) {
+TEST_F(HostVariables, RemovedVariableIsGone) {
   EXPECT_TRUE(variables_.add(size_variable(&size_), nullptr));
   EXPECT_TRUE(variables_.remove("tests.size"));
   EXPECT_TRUE(variables_.list().empty());
   EXPECT_FALSE(variables_.set("tests.size", 2048LL).ok());
 }
 
-TEST_F(SystemVariablesTest, VariablesOfAComponentAppearWhenItIsShown) {
+TEST_F(HostVariables, VariablesOfAComponentAppearWhenItIsPublished) {
   const int owner = 0;
   EXPECT_TRUE(variables_.add(size_variable(&size_), &owner));
   EXPECT_FALSE(variables_.get("tests.size").ok());
@@ -173,7 +173,7 @@ void keep_saved_integer(THD * /*thread*/, SYS_VAR * /*variable*/, void *storage,
   seen.storage = storage;
 }
 
-TEST_F(SystemVariablesTest, ComponentsCheckDecidesAloneAndSeesTheWholeValue) {
+TEST_F(HostVariables, ComponentsCheckDecidesAloneAndSeesTheWholeValue) {
   Variable_definition definition = size_variable(&size_);
   definition.check = &accept_multiples_of_seven;
   EXPECT_TRUE(variables_.add(definition, nullptr));
@@ -188,7 +188,7 @@ TEST_F(SystemVariablesTest, ComponentsCheckDecidesAloneAndSeesTheWholeValue) {
   EXPECT_EQ(size_, 14);
 }
 
-TEST_F(SystemVariablesTest, ComponentsUpdateGetsStorageAndWhatTheOwnCheckSaved) {
+TEST_F(HostVariables, ComponentsUpdateGetsStorageAndWhatTheOwnCheckSaved) {
   seen = {};
   Variable_definition definition = size_variable(&size_);
   definition.update = &keep_saved_integer;
@@ -209,7 +209,7 @@ int throwing_check(THD * /*thread*/, SYS_VAR * /*variable*/, void * /*save*/,
   throw std::runtime_error{"no idea"};
 }
 
-TEST_F(SystemVariablesTest, ExceptionOfACallbackIsAFailureUnlessMemoryIsShort) {
+TEST_F(HostVariables, ExceptionOfACallbackIsAFailureUnlessOutOfMemory) {
   Variable_definition definition = size_variable(&size_);
   definition.check = &throwing_check;
   EXPECT_TRUE(variables_.add(definition, nullptr));
@@ -238,7 +238,7 @@ int nosy_check(THD * /*thread*/, SYS_VAR * /*variable*/, void * /*save*/,
   return 1;
 }
 
-TEST_F(SystemVariablesTest, CallbackMayReadButNeitherSetNorWithdraw) {
+TEST_F(HostVariables, CallbackMayReadButNeitherSetNorUnregister) {
   nested = {&variables_, {}, 0, true, {}};
   Variable_definition definition = size_variable(&size_);
   definition.check = &nosy_check;
@@ -252,7 +252,7 @@ TEST_F(SystemVariablesTest, CallbackMayReadButNeitherSetNorWithdraw) {
   EXPECT_TRUE(variables_.get("tests.size").ok());
 }
 
-TEST(VariableServicesTest, VariablesAreRegisteredWithTheirLimitsAndWithdrawn) {
+TEST(VariableServices, VariablesAreRegisteredWithTheirLimitsAndUnregistered) {
   int size = 4096;
   bool flag = true;
   Dovrin_int_limits int_limits{4096, 2048, 16384, 1024};
@@ -281,7 +281,7 @@ TEST(VariableServicesTest, VariablesAreRegisteredWithTheirLimitsAndWithdrawn) {
   EXPECT_TRUE(variables.list().empty());
 }
 
-TEST(VariableServicesTest, IncompleteRegistrationsAreRefused) {
+TEST(VariableServices, IncompleteRegistrationsAreRejected) {
   int size = 0;
   Dovrin_int_limits limits{0, 0, 0, 0};
   const auto registered = [&](const char *component, const char *name, int flag, void *limits_of,

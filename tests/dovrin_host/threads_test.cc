@@ -45,7 +45,7 @@ void log_message(const std::string &message) {
   log_builtins_table.release_line(line);
 }
 
-TEST(ServerThreadsTest, NoRecordIsLostWhileSinksComeAndGo) {
+TEST(ServerThreads, NoRecordIsLostWhileSinksComeAndGo) {
   constexpr int messages_per_thread = 500;
   const auto ring = std::make_shared<Ring_sink>(thread_count * messages_per_thread);
   server().error_log().add_sink(ring);
@@ -74,7 +74,7 @@ TEST(ServerThreadsTest, NoRecordIsLostWhileSinksComeAndGo) {
   EXPECT_EQ(messages.size(), static_cast<std::size_t>(thread_count * messages_per_thread));
 }
 
-TEST(ServerThreadsTest, InstancesWorkWhileOthersTryToUninstall) {
+TEST(ServerThreads, InstancesWorkWhileOthersTryToUninstall) {
   ASSERT_TRUE(server().install(component_file).ok());
   run_together(thread_count, [](int number) {
     for (int i = 0; i < 200; ++i) {
@@ -96,7 +96,7 @@ TEST(ServerThreadsTest, InstancesWorkWhileOthersTryToUninstall) {
   EXPECT_TRUE(server().uninstall("dovrin::well_behaved").ok());
 }
 
-TEST(ServerThreadsTest, LeasesShareOneComponent) {
+TEST(ServerThreads, LeasesShareOneComponent) {
   run_together(thread_count, [](int /*number*/) {
     for (int i = 0; i < 100; ++i) {
       const auto lease = server().acquire(component_file);
@@ -109,7 +109,7 @@ TEST(ServerThreadsTest, LeasesShareOneComponent) {
   EXPECT_TRUE(server().components().empty());
 }
 
-TEST(ServerThreadsTest, VariablesAreSetAndReadTogether) {
+TEST(ServerThreads, VariablesAreSetAndReadTogether) {
   const auto lease = server().acquire(component_file);
   ASSERT_TRUE(lease.ok());
   System_variables &variables = server().variables();
@@ -143,7 +143,7 @@ void plain_update(THD * /*thread*/, SYS_VAR * /*variable*/, void * /*storage*/, 
   plain_storage = *static_cast<const int *>(save);
 }
 
-TEST(ServerThreadsTest, VariableMayBeWithdrawnWhileOthersSetAndReadIt) {
+TEST(ServerThreads, VariableMayBeUnregisteredWhileOthersSetAndReadIt) {
   const Listener listener;
   System_variables &variables = server().variables();
   Dovrin_int_limits limits{0, 0, 100, 1};
@@ -170,7 +170,7 @@ TEST(ServerThreadsTest, VariableMayBeWithdrawnWhileOthersSetAndReadIt) {
   EXPECT_TRUE(variables.list().empty());
 }
 
-TEST(ServerThreadsTest, FunctionsAreRegisteredAndListedTogether) {
+TEST(ServerThreads, FunctionsAreRegisteredAndListedTogether) {
   run_together(thread_count, [](int number) {
     const std::string name = "function_" + std::to_string(number);
     for (int i = 0; i < 200; ++i) {

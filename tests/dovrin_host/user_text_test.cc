@@ -7,19 +7,19 @@
 namespace dovrin_host {
 namespace {
 
-TEST(UserTextTest, ShortTextIsKept) {
+TEST(UserText, ShortTextIsKept) {
   EXPECT_EQ(make_excerpt(""), "");
   EXPECT_EQ(make_excerpt("RSA"), "RSA");
   EXPECT_EQ(make_excerpt(std::string(32, 'x')), std::string(32, 'x'));
 }
 
-TEST(UserTextTest, LongTextIsCutAfter32CharactersAndMarked) {
+TEST(UserText, LongTextIsTruncatedAfter32CharactersAndMarked) {
   EXPECT_EQ(make_excerpt(std::string(33, 'x')), std::string(32, 'x') + " <...>");
   EXPECT_EQ(make_excerpt(std::string(1000000, 'x')), std::string(32, 'x') + " <...>");
   EXPECT_EQ(make_excerpt("abc", 2), "ab <...>");
 }
 
-TEST(UserTextTest, CharactersAreCountedAndNeverCut) {
+TEST(UserText, CharactersAreCountedAndNeverSplit) {
   std::string thirty_two;
   for (int i = 0; i < 8; ++i) {
     thirty_two += "aé€😀";
@@ -28,7 +28,7 @@ TEST(UserTextTest, CharactersAreCountedAndNeverCut) {
   EXPECT_EQ(make_excerpt(thirty_two + "é"), thirty_two + " <...>");
 }
 
-TEST(UserTextTest, ControlCharactersAndBidirectionalMarksAreEscaped) {
+TEST(UserText, ControlCharactersAndBidirectionalMarksAreEscaped) {
   EXPECT_EQ(make_excerpt("a\x1b[2J\n\x7f"), "a\\x1b[2J\\x0a\\x7f");
   EXPECT_EQ(make_excerpt(std::string("a\0b", 3)), "a\\x00b");
   EXPECT_EQ(make_excerpt("\xc2\x9b\xc2\x80"), "\\xc2\\x9b\\xc2\\x80");
@@ -39,7 +39,7 @@ TEST(UserTextTest, ControlCharactersAndBidirectionalMarksAreEscaped) {
             "\u00a0\u061b\u200d\u2027\u202f\u2065");
 }
 
-TEST(UserTextTest, BytesThatAreNotUtf8AreEscapedOneByOne) {
+TEST(UserText, BytesThatAreNotUtf8AreEscapedOneByOne) {
   EXPECT_EQ(make_excerpt("\xff\x80"), "\\xff\\x80");
   EXPECT_EQ(make_excerpt("\xc3"), "\\xc3");
   EXPECT_EQ(make_excerpt("\xc3(\xe2\x82"), "\\xc3(\\xe2\\x82");
@@ -51,7 +51,7 @@ TEST(UserTextTest, BytesThatAreNotUtf8AreEscapedOneByOne) {
   EXPECT_EQ(make_excerpt(std::string(33, '\xff')).size(), 32 * 4 + 6);
 }
 
-TEST(UserTextTest, PrintableTextIsWhole) {
+TEST(UserText, PrintableTextIsWhole) {
   EXPECT_EQ(make_printable(std::string(1000, 'x') + "\n\xff"),
             std::string(1000, 'x') + "\\x0a\\xff");
 }

@@ -14,7 +14,7 @@ using std::nullopt;
 
 Setting text(const char *value) { return std::string{value}; }
 
-TEST(VariableValueTest, IntegersHaveTheirOwnForm) {
+TEST(VariableValue, IntegersHaveTheirOwnForm) {
   EXPECT_EQ(integer_form(4096LL), 4096);
   EXPECT_EQ(integer_form(4294971392LL), 4294971392LL);
   EXPECT_EQ(integer_form(-1LL), -1);
@@ -22,7 +22,7 @@ TEST(VariableValueTest, IntegersHaveTheirOwnForm) {
   EXPECT_EQ(integer_form(false), 0);
 }
 
-TEST(VariableValueTest, WholeRealsAreIntegers) {
+TEST(VariableValue, WholeRealsAreIntegers) {
   EXPECT_EQ(integer_form(4096.0), 4096);
   EXPECT_EQ(integer_form(-9223372036854775808.0), std::numeric_limits<long long>::min());
   EXPECT_EQ(integer_form(4096.5), nullopt);
@@ -31,7 +31,7 @@ TEST(VariableValueTest, WholeRealsAreIntegers) {
   EXPECT_EQ(integer_form(std::numeric_limits<double>::infinity()), nullopt);
 }
 
-TEST(VariableValueTest, TextsAreIntegersFromEndToEnd) {
+TEST(VariableValue, TextsAreIntegersFromEndToEnd) {
   EXPECT_EQ(integer_form(text("8192")), 8192);
   EXPECT_EQ(integer_form(text("-5")), -5);
   for (const char *const other :
@@ -40,7 +40,7 @@ TEST(VariableValueTest, TextsAreIntegersFromEndToEnd) {
   }
 }
 
-TEST(VariableValueTest, BooleansAreWordsOrZeroAndOne) {
+TEST(VariableValue, BooleansAreWordsOrZeroAndOne) {
   for (const char *const word : {"ON", "on", "On", "TRUE", "true", "1"}) {
     EXPECT_EQ(boolean_form(text(word)), true) << word;
   }
@@ -53,7 +53,7 @@ TEST(VariableValueTest, BooleansAreWordsOrZeroAndOne) {
   EXPECT_EQ(boolean_form(1.0), true);
 }
 
-TEST(VariableValueTest, NothingElseIsABoolean) {
+TEST(VariableValue, NothingElseIsABoolean) {
   for (const char *const word : {"", "yes", "ON ", "2", "-1", "tru"}) {
     EXPECT_EQ(boolean_form(text(word)), nullopt) << word;
   }
@@ -63,7 +63,7 @@ TEST(VariableValueTest, NothingElseIsABoolean) {
   EXPECT_EQ(boolean_form(0.5), nullopt);
 }
 
-TEST(VariableValueTest, TextFormIsWhatAPersonWouldWrite) {
+TEST(VariableValue, TextFormIsWhatAPersonWouldWrite) {
   EXPECT_EQ(text_form(Setting{true}), "ON");
   EXPECT_EQ(text_form(Setting{false}), "OFF");
   EXPECT_EQ(text_form(Setting{-7LL}), "-7");
@@ -71,7 +71,7 @@ TEST(VariableValueTest, TextFormIsWhatAPersonWouldWrite) {
   EXPECT_EQ(text_form(text("any thing")), "any thing");
 }
 
-TEST(ValueRecordTest, TellsTheTypeOfTheValue) {
+TEST(ValueRecord, GivesTheTypeOfTheValue) {
   const auto type_of = [](const Setting &setting) {
     Value_record record{setting};
     return record.get()->value_type(record.get());
@@ -82,7 +82,7 @@ TEST(ValueRecordTest, TellsTheTypeOfTheValue) {
   EXPECT_EQ(type_of(true), DOVRIN_VALUE_INTEGER);
 }
 
-TEST(ValueRecordTest, GivesTheIntegerUnclipped) {
+TEST(ValueRecord, GivesTheIntegerUnclipped) {
   const Setting setting = 4294971392LL;
   Value_record record{setting};
   long long number = 0;
@@ -91,7 +91,7 @@ TEST(ValueRecordTest, GivesTheIntegerUnclipped) {
   EXPECT_EQ(record.get()->is_unsigned(record.get()), 0);
 }
 
-TEST(ValueRecordTest, ValueWithoutAnIntegerLeavesTheNumberAlone) {
+TEST(ValueRecord, ValueWithoutAnIntegerLeavesTheNumberAlone) {
   const Setting setting = text("large");
   Value_record record{setting};
   long long number = 5;
@@ -99,7 +99,7 @@ TEST(ValueRecordTest, ValueWithoutAnIntegerLeavesTheNumberAlone) {
   EXPECT_EQ(number, 5);
 }
 
-TEST(ValueRecordTest, GivesTheReal) {
+TEST(ValueRecord, GivesTheReal) {
   const auto real_of = [](const Setting &setting) -> std::optional<double> {
     Value_record record{setting};
     double number = -1;
@@ -112,7 +112,7 @@ TEST(ValueRecordTest, GivesTheReal) {
   EXPECT_EQ(real_of(text("2.5 bits")), nullopt);
 }
 
-TEST(ValueRecordTest, GivesTheTextWithItsLength) {
+TEST(ValueRecord, GivesTheTextWithItsLength) {
   const Setting setting = text("large");
   Value_record record{setting};
   std::array<char, 6> buffer{};
@@ -122,7 +122,7 @@ TEST(ValueRecordTest, GivesTheTextWithItsLength) {
   EXPECT_EQ(length, 5);
 }
 
-TEST(ValueRecordTest, TextThatDoesNotFitIsNotGiven) {
+TEST(ValueRecord, TextThatDoesNotFitIsNotGiven) {
   const Setting setting = text("large");
   Value_record record{setting};
   std::array<char, 5> buffer{};

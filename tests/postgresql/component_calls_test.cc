@@ -44,7 +44,7 @@ class Open_site {
   host::Call_site *site_;
 };
 
-class ComponentCallsTest : public testing::Test {
+class ComponentCalls : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     ASSERT_EQ(setenv("HALVEX_COMPONENT", "/nowhere/component.so", 1), 0);
@@ -69,7 +69,7 @@ class ComponentCallsTest : public testing::Test {
   }
 };
 
-TEST_F(ComponentCallsTest, StringRowGivesTheBytes) {
+TEST_F(ComponentCalls, StringRowGivesTheBytes) {
   Open_site site{"create_digest", {text("SHA224"), text("abc")}};
   ASSERT_NE(site.get(), nullptr);
   EXPECT_EQ(site.get()->result_type(), STRING_RESULT);
@@ -80,13 +80,13 @@ TEST_F(ComponentCallsTest, StringRowGivesTheBytes) {
   EXPECT_EQ(host::oldest_record(), nullptr);
 }
 
-TEST_F(ComponentCallsTest, ArgumentsNeedNoTerminator) {
+TEST_F(ComponentCalls, ArgumentsNeedNoTerminator) {
   const std::string longer = "SHA256 and more";
   Open_site site{"create_digest", {text(std::string_view{longer}.substr(0, 6)), text("abc")}};
   EXPECT_EQ(site.row().kind, Kind::string);
 }
 
-TEST_F(ComponentCallsTest, IntegerRowGivesOneOrNull) {
+TEST_F(ComponentCalls, IntegerRowGivesOneOrNull) {
   const std::string key = fixture("rsa2048.pem");
   const std::string public_key = fixture("rsa2048-public.pem");
   Open_site sign{"asymmetric_sign", {text("RSA"), text("m"), text(key), text("SHA256")}};
@@ -106,7 +106,7 @@ TEST_F(ComponentCallsTest, IntegerRowGivesOneOrNull) {
   EXPECT_EQ(other.row().kind, Kind::null);
 }
 
-TEST_F(ComponentCallsTest, NullArgumentGivesNullAndOneRecord) {
+TEST_F(ComponentCalls, NullArgumentGivesNullAndOneRecord) {
   Open_site site{"create_digest", {null_text(), text("abc")}};
   EXPECT_EQ(site.row().kind, Kind::null);
   const dovrin_host::Log_record *const record = host::oldest_record();
@@ -121,7 +121,7 @@ TEST_F(ComponentCallsTest, NullArgumentGivesNullAndOneRecord) {
   EXPECT_EQ(host::oldest_record(), nullptr);
 }
 
-TEST_F(ComponentCallsTest, RecordsComeOldestFirst) {
+TEST_F(ComponentCalls, RecordsComeOldestFirst) {
   Open_site site{"create_asymmetric_priv_key", {text("RSA"), integer(1024)}};
   EXPECT_EQ(site.row().kind, Kind::null);
   Open_site other{"create_digest", {null_text(), text("abc")}};
@@ -135,7 +135,7 @@ TEST_F(ComponentCallsTest, RecordsComeOldestFirst) {
   EXPECT_EQ(host::oldest_record(), nullptr);
 }
 
-TEST_F(ComponentCallsTest, RejectedCallHasExactlyTheComponentsText) {
+TEST_F(ComponentCalls, RejectedCallHasExactlyTheComponentsText) {
   Open_site site{"create_digest", {text("SHA256")}};
   EXPECT_EQ(site.get(), nullptr);
   EXPECT_STREQ(host::failure_text(),
@@ -146,13 +146,13 @@ TEST_F(ComponentCallsTest, RejectedCallHasExactlyTheComponentsText) {
                "Mismatch in type of argument. Expected integer argument of key length.");
 }
 
-TEST_F(ComponentCallsTest, UnknownFunctionIsAFailure) {
+TEST_F(ComponentCalls, UnknownFunctionIsAFailure) {
   Open_site site{"no_such_function", {text("RSA")}};
   EXPECT_EQ(site.get(), nullptr);
   EXPECT_NE(std::strstr(host::failure_text(), "no_such_function"), nullptr);
 }
 
-TEST_F(ComponentCallsTest, RowOfOtherTypesIsAFailure) {
+TEST_F(ComponentCalls, RowOfOtherTypesIsAFailure) {
   const std::array opened{text("SHA256"), text("abc")};
   host::Call_site *const site = host::open_call_site("create_digest", opened);
   ASSERT_NE(site, nullptr);
@@ -161,7 +161,7 @@ TEST_F(ComponentCallsTest, RowOfOtherTypesIsAFailure) {
   host::close_call_site(site);
 }
 
-TEST_F(ComponentCallsTest, SettingsReachTheComponent) {
+TEST_F(ComponentCalls, SettingsReachTheComponent) {
   constexpr const char *maximum = "component_halvex_encryption.maximum_rsa_key_size";
   EXPECT_TRUE(host::set_integer_variable(maximum, 2048));
   Open_site site{"create_asymmetric_priv_key", {text("RSA"), integer(3072)}};
@@ -176,7 +176,7 @@ TEST_F(ComponentCallsTest, SettingsReachTheComponent) {
       host::set_boolean_variable("component_halvex_encryption.rsa_support_legacy_padding", false));
 }
 
-TEST_F(ComponentCallsTest, ComponentStaysWhileACallSiteIsOpen) {
+TEST_F(ComponentCalls, ComponentStaysWhileACallSiteIsOpen) {
   const std::array arguments{text("SHA256"), text("abc")};
   host::Call_site *const site = host::open_call_site("create_digest", arguments);
   ASSERT_NE(site, nullptr);

@@ -25,8 +25,8 @@ std::vector<Scenario> key_creation_scenarios() {
       {"CreateKeyTooShort", create, {rsa, integer<1024>()}, Ending::null},
       {"CreateKeyTooLong", create, {rsa, integer<4097>()}, Ending::null},
       {"CreateKeyOfUnknownAlgorithm", create, {unknown_name, integer<2048>()}, Ending::null},
-      {"CreateKeyWithoutLengthArgument", create, {rsa}, Ending::refused},
-      {"CreateKeyWithTextLength", create, {rsa, "2048"}, Ending::refused},
+      {"CreateKeyWithoutLengthArgument", create, {rsa}, Ending::rejected},
+      {"CreateKeyWithTextLength", create, {rsa, "2048"}, Ending::rejected},
       {"PublicHalf", derive, {rsa, m.private_key}, Ending::value},
       {"PublicHalfOfTraditionalKey", derive, {"rsa", m.traditional_key}, Ending::value},
       {"PublicHalfOfEcKey", derive, {rsa, m.ec_private_key}, Ending::value},
@@ -51,7 +51,7 @@ std::vector<Scenario> encryption_scenarios() {
        {unknown_name, m.content, m.public_key},
        Ending::null},
       {"EncryptNull", encrypt, {rsa, null, m.public_key}, Ending::null},
-      {"EncryptWithTwoArguments", encrypt, {rsa, m.content}, Ending::refused},
+      {"EncryptWithTwoArguments", encrypt, {rsa, m.content}, Ending::rejected},
       {"Decrypt", decrypt, {rsa, m.oaep_ciphertext, m.private_key}, Ending::value},
       {"DecryptLegacy", decrypt, {rsa, m.legacy_ciphertext, m.private_key}, Ending::value, legacy},
       {"DecryptLegacyWhenOff", decrypt, {rsa, m.legacy_ciphertext, m.private_key}, Ending::null},
@@ -108,7 +108,7 @@ std::vector<Scenario> digest_scenarios() {
       {"DigestOfNothing", digest, {"sha3-512", ""}, Ending::value},
       {"DigestOfUnknownName", digest, {unknown_name, m.content}, Ending::null},
       {"DigestOfNull", digest, {sha256, null}, Ending::null},
-      {"DigestOfNumber", digest, {sha256, integer<5>()}, Ending::refused},
+      {"DigestOfNumber", digest, {sha256, integer<5>()}, Ending::rejected},
   };
 }
 
@@ -196,8 +196,8 @@ const char *mismatch_after_fault(const Scenario &scenario, const Raw_result &res
       return is_right_value(scenario, result) ? nullptr : "the value is wrong";
     case Ending::null:
       return result.number == 0 ? nullptr : "a NULL came with a number";
-    case Ending::refused:
-      return scenario.ending == Ending::refused ? nullptr : "init refused";
+    case Ending::rejected:
+      return scenario.ending == Ending::rejected ? nullptr : "init rejected";
     case Ending::exception_in_init:
       return exceptions_allowed ? nullptr : "an exception left init";
     case Ending::exception_in_row:

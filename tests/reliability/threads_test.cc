@@ -111,8 +111,8 @@ TEST(Threads, MixedCallsWhileVariablesChange) {
   const Counts before = records_by_code();
 
   std::atomic<bool> stop{false};
-  std::atomic<std::size_t> refused_settings{0};
-  std::thread setter{[&] { keep_setting(stop, refused_settings); }};
+  std::atomic<std::size_t> failed_settings{0};
+  std::thread setter{[&] { keep_setting(stop, failed_settings); }};
   std::array<std::string, callers> mismatches;
   std::vector<std::thread> threads;
   for (std::size_t caller = 0; caller < callers; ++caller) {
@@ -127,7 +127,7 @@ TEST(Threads, MixedCallsWhileVariablesChange) {
   for (const std::string &mismatch : mismatches) {
     EXPECT_EQ(mismatch, "");
   }
-  EXPECT_EQ(refused_settings, 0U);
+  EXPECT_EQ(failed_settings, 0U);
   EXPECT_EQ(malformed_records(), 0U);
   EXPECT_EQ(open_lines() + open_buffers(), 0);
   // No record is lost, and none is there twice.
@@ -146,8 +146,8 @@ TEST(Threads, KeysAreCreatedWhileTheLimitChanges) {
   Loaded_component component;
   ASSERT_EQ(component.init(), 0);
   std::atomic<bool> stop{false};
-  std::atomic<std::size_t> refused_settings{0};
-  std::thread setter{[&] { keep_setting(stop, refused_settings); }};
+  std::atomic<std::size_t> failed_settings{0};
+  std::thread setter{[&] { keep_setting(stop, failed_settings); }};
   const Scenario &creation = all_scenarios().back();
   ASSERT_EQ(creation.name, "CreateKey");
   std::array<std::string, 2> mismatches;

@@ -21,9 +21,9 @@ using testing::HasSubstr;
 constexpr const char *sha256_of_abc =
     "x'BA7816BF8F01CFEA414140DE5DAE2223B00361A396177A9CB410FF61F20015AD'";
 
-class SqliteFunctionsTest : public testing::Test {
+class SqliteFunctions : public testing::Test {
  protected:
-  SqliteFunctionsTest() {
+  SqliteFunctions() {
     database.bind_text("@private", fixture("rsa2048.pem"));
     database.bind_text("@public", fixture("rsa2048-public.pem"));
   }
@@ -41,7 +41,7 @@ class SqliteFunctionsTest : public testing::Test {
       database.value("SELECT ifnull(max(id), 0) FROM dovrin_error_log");
 };
 
-TEST(SqliteExtensionTest, FunctionsAndTablesAreUnknownBeforeLoading) {
+TEST(SqliteExtension, FunctionsAndTablesAreUnknownBeforeLoading) {
   Database database{Database::Extension::absent};
   EXPECT_EQ(database.error("SELECT create_digest('SHA256', 'abc')"),
             "no such function: create_digest");
@@ -50,13 +50,13 @@ TEST(SqliteExtensionTest, FunctionsAndTablesAreUnknownBeforeLoading) {
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', 'abc')"), sha256_of_abc);
 }
 
-TEST_F(SqliteFunctionsTest, KeysAreText) {
+TEST_F(SqliteFunctions, KeysAreText) {
   EXPECT_EQ(database.value("SELECT create_asymmetric_pub_key('RSA', @private)"),
             sql_text(fixture("rsa2048-public.pem")));
   EXPECT_EQ(database.value("SELECT typeof(create_asymmetric_priv_key('RSA', 2048))"), "'text'");
 }
 
-TEST_F(SqliteFunctionsTest, OtherStringsAreBlobsWhateverTheirBytesAre) {
+TEST_F(SqliteFunctions, OtherStringsAreBlobsWhateverTheirBytesAre) {
   EXPECT_EQ(database.value("SELECT typeof(create_digest('SHA256', 'abc'))"), "'blob'");
   EXPECT_EQ(database.value("SELECT typeof(asymmetric_encrypt('RSA', 'abc', @public))"), "'blob'");
   EXPECT_EQ(database.value("SELECT typeof(asymmetric_sign('RSA', 'abc', @private, 'SHA256'))"),
@@ -67,7 +67,7 @@ TEST_F(SqliteFunctionsTest, OtherStringsAreBlobsWhateverTheirBytesAre) {
       "x'616263'");
 }
 
-TEST_F(SqliteFunctionsTest, DecryptedTextComparesAfterACast) {
+TEST_F(SqliteFunctions, DecryptedTextComparesAfterACast) {
   EXPECT_THAT(
       database.rows(
           "SELECT plain = 'abc', CAST(plain AS TEXT) = 'abc' FROM (SELECT asymmetric_decrypt("
@@ -75,7 +75,7 @@ TEST_F(SqliteFunctionsTest, DecryptedTextComparesAfterACast) {
       ElementsAre(ElementsAre("0", "1")));
 }
 
-TEST_F(SqliteFunctionsTest, VerifyGivesOneOrNull) {
+TEST_F(SqliteFunctions, VerifyGivesOneOrNull) {
   EXPECT_THAT(
       database.rows("SELECT asymmetric_verify('RSA', 'abc', signature, @public, 'SHA256'), "
                     "asymmetric_verify('RSA', 'abd', signature, @public, 'SHA256') "
@@ -83,7 +83,7 @@ TEST_F(SqliteFunctionsTest, VerifyGivesOneOrNull) {
       ElementsAre(ElementsAre("1", "NULL")));
 }
 
-TEST_F(SqliteFunctionsTest, TextAndBlobAreTheSameArgument) {
+TEST_F(SqliteFunctions, TextAndBlobAreTheSameArgument) {
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', x'616263')"), sha256_of_abc);
   EXPECT_EQ(database.value("SELECT create_digest(x'534841323536', 'abc')"), sha256_of_abc);
   database.bind_blob("@blob_key", fixture("rsa2048.pem"));
@@ -92,7 +92,7 @@ TEST_F(SqliteFunctionsTest, TextAndBlobAreTheSameArgument) {
             "1");
 }
 
-TEST_F(SqliteFunctionsTest, EmptyStringsAreNotNull) {
+TEST_F(SqliteFunctions, EmptyStringsAreNotNull) {
   constexpr const char *sha256_of_nothing =
       "x'E3B0C44298FC1C149AFBF4C8996FB92427AE41E4649B934CA495991B7852B855'";
   for (const char *const empty : {"''", "x''", "zeroblob(0)"}) {
@@ -102,14 +102,14 @@ TEST_F(SqliteFunctionsTest, EmptyStringsAreNotNull) {
   EXPECT_THAT(records(), testing::IsEmpty());
 }
 
-TEST_F(SqliteFunctionsTest, NothingIsNeitherEncryptedNorSigned) {
+TEST_F(SqliteFunctions, NothingIsNeitherEncryptedNorSigned) {
   EXPECT_EQ(database.value("SELECT asymmetric_encrypt('RSA', '', @public)"), "NULL");
   EXPECT_EQ(database.value("SELECT asymmetric_sign('RSA', '', @private, 'SHA256')"), "NULL");
   EXPECT_THAT(database.rows("SELECT code, hint LIKE '%not empty%' FROM dovrin_error_log"),
               ElementsAre(ElementsAre("13925", "1"), ElementsAre("13927", "1")));
 }
 
-TEST_F(SqliteFunctionsTest, BytesAfterANulCount) {
+TEST_F(SqliteFunctions, BytesAfterANulCount) {
   constexpr const char *sha256_of_a_nul_b =
       "x'59B271AE1BBCB1D31D41929817F4B16FB439EB4F31520B5AD1D5CE98920A7138'";
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', x'610062')"), sha256_of_a_nul_b);
@@ -117,12 +117,12 @@ TEST_F(SqliteFunctionsTest, BytesAfterANulCount) {
             sha256_of_a_nul_b);
 }
 
-TEST_F(SqliteFunctionsTest, LargeBlobsPassWhole) {
+TEST_F(SqliteFunctions, LargeBlobsPassWhole) {
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', zeroblob(1000000))"),
             "x'D29751F2649B32FF572B5E0A9F541EA660A50F94FF0BEEDFB0B692B924CC8025'");
 }
 
-TEST_F(SqliteFunctionsTest, AnUtf16DatabaseHandsOverUtf8) {
+TEST_F(SqliteFunctions, AnUtf16DatabaseHandsOverUtf8) {
   database.run(
       "PRAGMA encoding = 'UTF-16'; CREATE TABLE t (word); INSERT INTO t VALUES ('caf\u00e9')");
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', word) = "
@@ -130,7 +130,7 @@ TEST_F(SqliteFunctionsTest, AnUtf16DatabaseHandsOverUtf8) {
             "1");
 }
 
-TEST_F(SqliteFunctionsTest, NullTakesTheWantedType) {
+TEST_F(SqliteFunctions, NullTakesTheWantedType) {
   EXPECT_EQ(database.value("SELECT create_asymmetric_priv_key('RSA', NULL)"), "NULL");
   EXPECT_EQ(database.value("SELECT create_asymmetric_priv_key(NULL, 2048)"), "NULL");
   EXPECT_EQ(database.value("SELECT create_asymmetric_priv_key(NULL, NULL)"), "NULL");
@@ -143,12 +143,12 @@ TEST_F(SqliteFunctionsTest, NullTakesTheWantedType) {
                                      ElementsAre("13919", "'warning'", "'digest'")));
 }
 
-TEST_F(SqliteFunctionsTest, ANullBesideAWrongTypeIsAnError) {
+TEST_F(SqliteFunctions, ANullBesideAWrongTypeIsAnError) {
   EXPECT_EQ(database.error("SELECT create_asymmetric_priv_key(NULL, '2048')"),
             "Mismatch in type of argument. Expected integer argument of key length.");
 }
 
-TEST_F(SqliteFunctionsTest, ArgumentErrorsAreInTheComponentsWords) {
+TEST_F(SqliteFunctions, ArgumentErrorsAreInTheComponentsWords) {
   const std::array errors{
       std::pair{"create_asymmetric_priv_key('RSA')",
                 "Mismatch in number of arguments to the function. Expected 2 arguments"},
@@ -177,7 +177,7 @@ TEST_F(SqliteFunctionsTest, ArgumentErrorsAreInTheComponentsWords) {
   EXPECT_THAT(records(), testing::IsEmpty());
 }
 
-TEST_F(SqliteFunctionsTest, AnIntegralRealIsAnInteger) {
+TEST_F(SqliteFunctions, AnIntegralRealIsAnInteger) {
   EXPECT_EQ(database.value("SELECT create_asymmetric_priv_key('RSA', 1024.0)"), "NULL");
   EXPECT_EQ(database.value("SELECT create_asymmetric_priv_key('RSA', -9223372036854775808.0)"),
             "NULL");
@@ -189,7 +189,7 @@ TEST_F(SqliteFunctionsTest, AnIntegralRealIsAnInteger) {
                           ElementsAre(testing::StartsWith("'9223372036854775808 "))));
 }
 
-TEST_F(SqliteFunctionsTest, OtherRealsAreRejected) {
+TEST_F(SqliteFunctions, OtherRealsAreRejected) {
   for (const char *const real : {"2048.5", "1e300", "-1e300", "9e999", "9223372036854775808.0"}) {
     EXPECT_EQ(database.error("SELECT create_asymmetric_priv_key('RSA', " + std::string{real} + ")"),
               "Mismatch in type of argument. Expected integer argument of key length.")
@@ -199,7 +199,7 @@ TEST_F(SqliteFunctionsTest, OtherRealsAreRejected) {
             "Mismatch in type of argument. Expected string argument for text.");
 }
 
-TEST_F(SqliteFunctionsTest, AWrongTypeIsAnErrorOnlyWhenARowHasIt) {
+TEST_F(SqliteFunctions, AWrongTypeIsAnErrorOnlyWhenARowHasIt) {
   database.run("CREATE TABLE t (text); INSERT INTO t VALUES ('abc'), (7)");
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', text) FROM t LIMIT 1"), sha256_of_abc);
   EXPECT_EQ(database.error("SELECT create_digest('SHA256', text) FROM t"),
@@ -210,13 +210,13 @@ TEST_F(SqliteFunctionsTest, AWrongTypeIsAnErrorOnlyWhenARowHasIt) {
       ElementsAre(ElementsAre("'text'", "0"), ElementsAre("'integer'", "0")));
 }
 
-TEST_F(SqliteFunctionsTest, AResultOverTheLimitIsAnError) {
+TEST_F(SqliteFunctions, AResultOverTheLimitIsAnError) {
   sqlite3_limit(database.handle(), SQLITE_LIMIT_LENGTH, 40);
   EXPECT_EQ(database.error("SELECT create_digest('SHA512', 'abc')"), "string or blob too big");
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', 'abc')"), sha256_of_abc);
 }
 
-TEST_F(SqliteFunctionsTest, OnlyPureFunctionsMayBeIndexed) {
+TEST_F(SqliteFunctions, OnlyPureFunctionsMayBeIndexed) {
   database.run(
       "CREATE TABLE t (text, digest AS (create_digest('SHA256', text)) STORED);"
       "CREATE INDEX by_digest ON t (create_digest('SHA256', text));"
@@ -240,14 +240,14 @@ TEST_F(SqliteFunctionsTest, OnlyPureFunctionsMayBeIndexed) {
   }
 }
 
-TEST_F(SqliteFunctionsTest, EveryRowGetsAKeyOfItsOwn) {
+TEST_F(SqliteFunctions, EveryRowGetsAKeyOfItsOwn) {
   EXPECT_EQ(database.value(
                 "SELECT count(DISTINCT key) FROM (SELECT create_asymmetric_priv_key('RSA', 2048) "
                 "AS key FROM (VALUES (1), (2)))"),
             "2");
 }
 
-TEST_F(SqliteFunctionsTest, ViewsTriggersAndExpressionsCallThem) {
+TEST_F(SqliteFunctions, ViewsTriggersAndExpressionsCallThem) {
   database.run(
       "CREATE TABLE t (text); CREATE TABLE audit (digest);"
       "CREATE VIEW digests AS SELECT text, create_digest('SHA256', text) AS digest FROM t;"
@@ -267,7 +267,7 @@ TEST_F(SqliteFunctionsTest, ViewsTriggersAndExpressionsCallThem) {
       sha256_of_abc);
 }
 
-TEST_F(SqliteFunctionsTest, ASchemaThatIsNotTrustedMayUseDigests) {
+TEST_F(SqliteFunctions, ASchemaThatIsNotTrustedMayUseDigests) {
   database.run(
       "PRAGMA trusted_schema = OFF;"
       "CREATE TABLE t (text, digest AS (create_digest('SHA256', text)) STORED);"
@@ -280,7 +280,7 @@ TEST_F(SqliteFunctionsTest, ASchemaThatIsNotTrustedMayUseDigests) {
   EXPECT_EQ(database.error("SELECT * FROM verified"), "unsafe use of asymmetric_verify()");
 }
 
-TEST_F(SqliteFunctionsTest, NoSchemaCreatesKeys) {
+TEST_F(SqliteFunctions, NoSchemaCreatesKeys) {
   EXPECT_EQ(database.error("CREATE TABLE t (id, key DEFAULT "
                            "(create_asymmetric_priv_key('RSA', 2048)))"),
             "");
@@ -293,7 +293,7 @@ TEST_F(SqliteFunctionsTest, NoSchemaCreatesKeys) {
   EXPECT_EQ(database.value("SELECT * FROM own"), "1");
 }
 
-TEST_F(SqliteFunctionsTest, ATriggerOfATrustedSchemaMaySign) {
+TEST_F(SqliteFunctions, ATriggerOfATrustedSchemaMaySign) {
   database.run(
       "CREATE TABLE keys (pem); CREATE TABLE t (text); CREATE TABLE signatures (signature);"
       "CREATE TRIGGER sign AFTER INSERT ON t BEGIN INSERT INTO signatures "
@@ -305,7 +305,7 @@ TEST_F(SqliteFunctionsTest, ATriggerOfATrustedSchemaMaySign) {
             "1");
 }
 
-TEST_F(SqliteFunctionsTest, AnEncryptedKeyPromptsForNoPassword) {
+TEST_F(SqliteFunctions, AnEncryptedKeyPromptsForNoPassword) {
   database.bind_text("@encrypted", fixture("rsa2048-encrypted.pem"));
   EXPECT_EQ(database.value("SELECT create_asymmetric_pub_key('RSA', @encrypted)"), "NULL");
   EXPECT_THAT(records(), ElementsAre(ElementsAre("13928", "'error'", "'handle_openssl_error'"),

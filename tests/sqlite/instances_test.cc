@@ -27,9 +27,9 @@ std::ostream &operator<<(std::ostream &stream, const Counts &counts) {
                 << " deinits";
 }
 
-class SqliteInstancesTest : public testing::Test {
+class SqliteInstances : public testing::Test {
  protected:
-  SqliteInstancesTest() {
+  SqliteInstances() {
     setenv("HALVEX_COMPONENT", HALVEX_COUNTING_COMPONENT, 1);
     database.emplace();
     const auto get_counts = reinterpret_cast<Get_call_counts *>(
@@ -57,46 +57,46 @@ class SqliteInstancesTest : public testing::Test {
   Counts before_;
 };
 
-TEST_F(SqliteInstancesTest, AConstantArgumentMakesOneInstancePerStatement) {
+TEST_F(SqliteInstances, AConstantArgumentMakesOneInstancePerStatement) {
   EXPECT_EQ(database->value("SELECT count(counted(text, 'constant')) FROM ten"), "10");
   EXPECT_EQ(counts(), (Counts{1, 10, 1}));
 }
 
-TEST_F(SqliteInstancesTest, ABoundArgumentIsConstant) {
+TEST_F(SqliteInstances, ABoundArgumentIsConstant) {
   database->bind_text("@bound", "constant");
   EXPECT_EQ(database->value("SELECT sum(counted_length(@bound, text)) FROM ten"), "80");
   EXPECT_EQ(counts(), (Counts{1, 10, 1}));
 }
 
-TEST_F(SqliteInstancesTest, ColumnsAloneMakeOneInstancePerRow) {
+TEST_F(SqliteInstances, ColumnsAloneMakeOneInstancePerRow) {
   EXPECT_EQ(database->value("SELECT count(counted(text, number)) FROM ten"), "10");
   EXPECT_EQ(counts(), (Counts{10, 10, 10}));
 }
 
-TEST_F(SqliteInstancesTest, EveryCallSiteHasItsOwn) {
+TEST_F(SqliteInstances, EveryCallSiteHasItsOwn) {
   EXPECT_EQ(database->value("SELECT count(counted(text, 'a') || counted(text, 'b')) FROM ten"),
             "10");
   EXPECT_EQ(counts(), (Counts{2, 20, 2}));
 }
 
-TEST_F(SqliteInstancesTest, NestedCallsAreCallSitesOfTheirOwn) {
+TEST_F(SqliteInstances, NestedCallsAreCallSitesOfTheirOwn) {
   EXPECT_EQ(database->value("SELECT count(counted(counted(text, 'a'), 'b')) FROM ten"), "10");
   EXPECT_EQ(counts(), (Counts{2, 20, 2}));
 }
 
-TEST_F(SqliteInstancesTest, InitRunsAtTheFirstRow) {
+TEST_F(SqliteInstances, InitRunsAtTheFirstRow) {
   const Statement prepared = database->prepare("SELECT counted(text, 'constant') FROM ten");
   EXPECT_EQ(counts(), (Counts{0, 0, 0}));
   EXPECT_EQ(sqlite3_step(prepared.get()), SQLITE_ROW);
   EXPECT_EQ(counts(), (Counts{1, 1, 0}));
 }
 
-TEST_F(SqliteInstancesTest, NoRowsMakeNoInstance) {
+TEST_F(SqliteInstances, NoRowsMakeNoInstance) {
   EXPECT_EQ(database->value("SELECT count(counted(text, 'constant')) FROM ten WHERE id > 10"), "0");
   EXPECT_EQ(counts(), (Counts{0, 0, 0}));
 }
 
-TEST_F(SqliteInstancesTest, AStatementThatIsLeftEarlyEndsItsInstance) {
+TEST_F(SqliteInstances, AStatementThatIsLeftEarlyEndsItsInstance) {
   {
     const Statement left = database->prepare("SELECT counted(text, 'constant') FROM ten");
     EXPECT_EQ(sqlite3_step(left.get()), SQLITE_ROW);
@@ -105,7 +105,7 @@ TEST_F(SqliteInstancesTest, AStatementThatIsLeftEarlyEndsItsInstance) {
   EXPECT_EQ(counts(), (Counts{1, 2, 1}));
 }
 
-TEST_F(SqliteInstancesTest, EveryExecutionOfAPreparedStatementHasItsOwn) {
+TEST_F(SqliteInstances, EveryExecutionOfAPreparedStatementHasItsOwn) {
   const Statement prepared = database->prepare("SELECT count(counted(text, 'constant')) FROM ten");
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(sqlite3_step(prepared.get()), SQLITE_ROW);
@@ -114,7 +114,7 @@ TEST_F(SqliteInstancesTest, EveryExecutionOfAPreparedStatementHasItsOwn) {
   EXPECT_EQ(counts(), (Counts{3, 30, 3}));
 }
 
-TEST_F(SqliteInstancesTest, ARowOfOtherTypesHasItsOwn) {
+TEST_F(SqliteInstances, ARowOfOtherTypesHasItsOwn) {
   // Nine strings for the instance that stays, one integer in their midst for another one.
   EXPECT_EQ(
       database->value("SELECT count(counted(iif(id = 5, number, text), 'constant')) FROM ten"),
@@ -122,30 +122,30 @@ TEST_F(SqliteInstancesTest, ARowOfOtherTypesHasItsOwn) {
   EXPECT_EQ(counts(), (Counts{2, 10, 2}));
 }
 
-TEST_F(SqliteInstancesTest, ANullDoesNotChangeTheTypes) {
+TEST_F(SqliteInstances, ANullDoesNotChangeTheTypes) {
   EXPECT_EQ(database->value("SELECT count(counted(iif(id = 1, NULL, text), 'constant')) FROM ten"),
             "9");
   EXPECT_EQ(counts(), (Counts{1, 10, 1}));
 }
 
-TEST_F(SqliteInstancesTest, AFailedInitIsFollowedByItsDeinit) {
+TEST_F(SqliteInstances, AFailedInitIsFollowedByItsDeinit) {
   EXPECT_EQ(database->error("SELECT counted('a', 1.5)"), "Argument 2 is a real.");
   EXPECT_EQ(counts(), (Counts{1, 0, 1}));
 }
 
-TEST_F(SqliteInstancesTest, AFailedInitInAnyRowEndsEverything) {
+TEST_F(SqliteInstances, AFailedInitInAnyRowEndsEverything) {
   EXPECT_EQ(database->error("SELECT counted(iif(id = 5, 1.5, text), 'constant') FROM ten"),
             "Argument 1 is a real.");
   EXPECT_EQ(counts(), (Counts{2, 4, 2}));
 }
 
-TEST_F(SqliteInstancesTest, NoArgumentsAreFine) {
+TEST_F(SqliteInstances, NoArgumentsAreFine) {
   EXPECT_EQ(database->value("SELECT count(*) - count(counted()) FROM ten"), "10");
   EXPECT_EQ(counts().inits, counts().deinits);
   EXPECT_EQ(counts().rows, 10);
 }
 
-TEST_F(SqliteInstancesTest, ManyArgumentsAreFine) {
+TEST_F(SqliteInstances, ManyArgumentsAreFine) {
   std::string arguments = "'a'";
   for (int i = 1; i < 127; ++i) {
     arguments += ", id";
@@ -154,7 +154,7 @@ TEST_F(SqliteInstancesTest, ManyArgumentsAreFine) {
   EXPECT_EQ(counts(), (Counts{1, 10, 1}));
 }
 
-TEST_F(SqliteInstancesTest, GroupsAndTheirConditionsLeaveNothingOpen) {
+TEST_F(SqliteInstances, GroupsAndTheirConditionsLeaveNothingOpen) {
   database->rows(
       "SELECT counted(text, 'a'), count(*) FROM ten GROUP BY counted(text, 'a') "
       "HAVING counted(text, 'a') <> x'00' ORDER BY counted(text, 'a')");
@@ -162,7 +162,7 @@ TEST_F(SqliteInstancesTest, GroupsAndTheirConditionsLeaveNothingOpen) {
   EXPECT_EQ(counts().inits, counts().deinits);
 }
 
-TEST_F(SqliteInstancesTest, TriggersLeaveNothingOpen) {
+TEST_F(SqliteInstances, TriggersLeaveNothingOpen) {
   database->run(
       "CREATE TABLE audit (text);"
       "CREATE TRIGGER keep AFTER UPDATE ON ten BEGIN"
@@ -173,7 +173,7 @@ TEST_F(SqliteInstancesTest, TriggersLeaveNothingOpen) {
   EXPECT_EQ(counts().inits, counts().deinits);
 }
 
-TEST_F(SqliteInstancesTest, AnInterruptedStatementLeavesNothingOpen) {
+TEST_F(SqliteInstances, AnInterruptedStatementLeavesNothingOpen) {
   const Statement endless = database->prepare(
       "WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) "
       "SELECT counted('text', i) FROM n");
@@ -184,7 +184,7 @@ TEST_F(SqliteInstancesTest, AnInterruptedStatementLeavesNothingOpen) {
   EXPECT_EQ(database->value("SELECT counted('next')"), "x'6E657874'");
 }
 
-TEST_F(SqliteInstancesTest, AnExceptionOfARowIsAnErrorOfTheStatement) {
+TEST_F(SqliteInstances, AnExceptionOfARowIsAnErrorOfTheStatement) {
   EXPECT_EQ(database->error("SELECT throws('memory')"), "out of memory");
   EXPECT_EQ(sqlite3_errcode(database->handle()), SQLITE_NOMEM);
   EXPECT_EQ(database->error("SELECT throws('text')"), "The row could not be computed.");
@@ -193,12 +193,12 @@ TEST_F(SqliteInstancesTest, AnExceptionOfARowIsAnErrorOfTheStatement) {
   EXPECT_EQ(counts(), (Counts{4, 4, 4}));
 }
 
-TEST_F(SqliteInstancesTest, TheErrorFlagFailsTheStatement) {
+TEST_F(SqliteInstances, TheErrorFlagFailsTheStatement) {
   EXPECT_EQ(database->error("SELECT fails('a')"), "The function fails reported an error.");
   EXPECT_EQ(counts(), (Counts{1, 1, 1}));
 }
 
-TEST_F(SqliteInstancesTest, ClosingAConnectionKeepsTheFunctionsOfTheOthers) {
+TEST_F(SqliteInstances, ClosingAConnectionKeepsTheFunctionsOfTheOthers) {
   std::optional<Database> other;
   other.emplace();
   const Statement running = database->prepare("SELECT counted(text, 'constant') FROM ten");

@@ -44,9 +44,9 @@ void write(const std::string &path, const std::string &bytes) {
   std::ofstream{path, std::ios::binary} << bytes;
 }
 
-class SqliteLoadingTest : public testing::Test {
+class SqliteLoading : public testing::Test {
  protected:
-  SqliteLoadingTest() {
+  SqliteLoading() {
     unsetenv("HALVEX_COMPONENT");
     unsetenv("HALVEX_LOG_FILE");
   }
@@ -83,25 +83,25 @@ class SqliteLoadingTest : public testing::Test {
   Database database{Database::Extension::absent};
 };
 
-TEST_F(SqliteLoadingTest, FindsTheComponentBesideItself) {
+TEST_F(SqliteLoading, FindsTheComponentBesideItself) {
   EXPECT_EQ(database.load(extension_path()), "");
   expect_working(database);
 }
 
-TEST_F(SqliteLoadingTest, FindsTheComponentThatTheEnvironmentNames) {
+TEST_F(SqliteLoading, FindsTheComponentThatTheEnvironmentNames) {
   fs::copy_file(component_path(), folder / "somewhere else.so");
   setenv("HALVEX_COMPONENT", (folder / "somewhere else.so").c_str(), 1);
   EXPECT_EQ(database.load(extension_path()), "");
   expect_working(database);
 }
 
-TEST_F(SqliteLoadingTest, CanBeLoadedTwice) {
+TEST_F(SqliteLoading, CanBeLoadedTwice) {
   EXPECT_EQ(database.load(extension_path()), "");
   EXPECT_EQ(database.load(extension_path(), "sqlite3_halvexsqlite_init"), "");
   expect_working(database);
 }
 
-TEST_F(SqliteLoadingTest, SaysThatTheComponentIsMissing) {
+TEST_F(SqliteLoading, MissingComponentIsNamed) {
   EXPECT_EQ(error_with_component(folder / "none.so"),
             "There is no component file '" + (folder / "none.so") + "'.");
   EXPECT_EQ(database.error("SELECT create_digest('SHA256', 'abc')"),
@@ -110,7 +110,7 @@ TEST_F(SqliteLoadingTest, SaysThatTheComponentIsMissing) {
   expect_working(database);
 }
 
-TEST_F(SqliteLoadingTest, SaysThatTheComponentIsDamaged) {
+TEST_F(SqliteLoading, DamagedComponentIsNamed) {
   const std::string whole = bytes_of(component_path());
   write(folder / "empty.so", "");
   write(folder / "text.so", "This is no shared object.\n");
@@ -127,12 +127,12 @@ TEST_F(SqliteLoadingTest, SaysThatTheComponentIsDamaged) {
   expect_working(database);
 }
 
-TEST_F(SqliteLoadingTest, SaysThatAFileIsNoComponent) {
+TEST_F(SqliteLoading, FileThatIsNoComponentIsNamed) {
   EXPECT_THAT(error_with_component(HALVEX_NO_COMPONENT),
               HasSubstr("is no component: it has no symbol 'list_components'"));
 }
 
-TEST_F(SqliteLoadingTest, SaysThatTheComponentFailsToStart) {
+TEST_F(SqliteLoading, ComponentThatFailsToStartIsNamed) {
   setenv("COUNTING_COMPONENT_FAILS", "1", 1);
   EXPECT_THAT(error_with_component(HALVEX_COUNTING_COMPONENT), HasSubstr("refused to start"));
   unsetenv("COUNTING_COMPONENT_FAILS");
@@ -154,7 +154,7 @@ class Current_folder {
   fs::path previous_;
 };
 
-TEST_F(SqliteLoadingTest, LooksForTheComponentOnce) {
+TEST_F(SqliteLoading, LooksForTheComponentOnce) {
   fs::copy_file(component_path(), folder / "component_halvex_encryption.so");
   fs::copy_file(extension_path(), folder / "halvex_sqlite.so");
   {
@@ -171,7 +171,7 @@ TEST_F(SqliteLoadingTest, LooksForTheComponentOnce) {
   expect_working(later);
 }
 
-TEST_F(SqliteLoadingTest, AFailedLoadDoesNotMoveTheComponentsFolder) {
+TEST_F(SqliteLoading, AFailedLoadDoesNotMoveTheComponentsFolder) {
   fs::copy_file(extension_path(), folder / "halvex_sqlite.so");
   const std::string component = folder / "component_halvex_encryption.so";
   {
@@ -184,14 +184,14 @@ TEST_F(SqliteLoadingTest, AFailedLoadDoesNotMoveTheComponentsFolder) {
   expect_working(database);
 }
 
-TEST_F(SqliteLoadingTest, FindsTheComponentBesideTheFileBehindALink) {
+TEST_F(SqliteLoading, FindsTheComponentBesideTheFileBehindALink) {
   fs::create_symlink(extension_path(), folder / "halvex_sqlite.so");
   EXPECT_EQ(database.load(folder / "halvex_sqlite"), "");
   expect_working(database);
 }
 
 // Runs itself again as a program that has a group of its own, which only root can make here.
-TEST_F(SqliteLoadingTest, AProgramWithMoreRightsThanItsCallerIgnoresTheEnvironment) {
+TEST_F(SqliteLoading, AProgramWithMoreRightsThanItsCallerIgnoresTheEnvironment) {
   constexpr const char *child_mark = "HALVEX_TEST_PRIVILEGED";
   if (getauxval(AT_SECURE) != 0) {
     setenv("HALVEX_COMPONENT", "/nonexistent/component.so", 1);
@@ -213,7 +213,7 @@ TEST_F(SqliteLoadingTest, AProgramWithMoreRightsThanItsCallerIgnoresTheEnvironme
   EXPECT_EQ(std::system(command.c_str()), 0);
 }
 
-TEST_F(SqliteLoadingTest, CanBeLoadedAgainByAStatement) {
+TEST_F(SqliteLoading, CanBeLoadedAgainByAStatement) {
   sqlite3_db_config(database.handle(), SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 1, nullptr);
   sqlite3_enable_load_extension(database.handle(), 1);
   database.bind_text("@extension", extension_path());
@@ -226,7 +226,7 @@ TEST_F(SqliteLoadingTest, CanBeLoadedAgainByAStatement) {
   expect_working(database);
 }
 
-TEST_F(SqliteLoadingTest, SaysThatAFunctionOfTheProgramIsInTheWay) {
+TEST_F(SqliteLoading, FunctionOfTheProgramWithTheSameNameIsNamed) {
   const auto answer = [](sqlite3_context *context, int /*argc*/, sqlite3_value ** /*argv*/) {
     sqlite3_result_int(context, 42);
   };
@@ -238,7 +238,7 @@ TEST_F(SqliteLoadingTest, SaysThatAFunctionOfTheProgramIsInTheWay) {
             "unable to delete/modify user-function due to active statements");
 }
 
-TEST_F(SqliteLoadingTest, LackOfMemoryIsSaid) {
+TEST_F(SqliteLoading, LackOfMemoryIsSaid) {
   int failures = 0;
   std::string error;
   do {
@@ -253,7 +253,7 @@ TEST_F(SqliteLoadingTest, LackOfMemoryIsSaid) {
   EXPECT_EQ(error, "");
 }
 
-TEST_F(SqliteLoadingTest, RejectsASecondCopyOfItself) {
+TEST_F(SqliteLoading, RejectsASecondCopyOfItself) {
   EXPECT_EQ(database.load(extension_path()), "");
   fs::copy_file(component_path(), folder / "component_halvex_encryption.so");
   fs::copy_file(extension_path(), folder / "halvex_sqlite.so");
@@ -264,7 +264,7 @@ TEST_F(SqliteLoadingTest, RejectsASecondCopyOfItself) {
   expect_working(database);
 }
 
-TEST_F(SqliteLoadingTest, TheSameFileByAnotherNameIsNoSecondCopy) {
+TEST_F(SqliteLoading, TheSameFileByAnotherNameIsNoSecondCopy) {
   EXPECT_EQ(database.load(extension_path()), "");
   fs::create_symlink(extension_path(), folder / "link.so");
   Database other{Database::Extension::absent};
@@ -272,7 +272,7 @@ TEST_F(SqliteLoadingTest, TheSameFileByAnotherNameIsNoSecondCopy) {
   expect_working(other);
 }
 
-TEST_F(SqliteLoadingTest, ServesEveryLaterConnectionIfAsked) {
+TEST_F(SqliteLoading, ServesEveryLaterConnectionIfAsked) {
   EXPECT_EQ(database.load(extension_path(), "halvex_sqlite_every_connection_init"), "");
   expect_working(database);
   Database later{Database::Extension::absent};
@@ -280,14 +280,14 @@ TEST_F(SqliteLoadingTest, ServesEveryLaterConnectionIfAsked) {
   EXPECT_EQ(later.value("SELECT count(*) FROM dovrin_variables"), "2");
 }
 
-TEST_F(SqliteLoadingTest, ServesOnlyTheConnectionThatLoadsItOtherwise) {
+TEST_F(SqliteLoading, ServesOnlyTheConnectionThatLoadsItOtherwise) {
   EXPECT_EQ(database.load(extension_path()), "");
   Database later{Database::Extension::absent};
   EXPECT_EQ(later.error("SELECT create_digest('SHA256', 'abc')"),
             "no such function: create_digest");
 }
 
-TEST_F(SqliteLoadingTest, StaysWhenAllConnectionsAreClosed) {
+TEST_F(SqliteLoading, StaysWhenAllConnectionsAreClosed) {
   {
     Database first;
     expect_working(first);
@@ -298,7 +298,7 @@ TEST_F(SqliteLoadingTest, StaysWhenAllConnectionsAreClosed) {
   EXPECT_EQ(second.value("SELECT value FROM dovrin_variables WHERE name LIKE '%size'"), "2048");
 }
 
-TEST_F(SqliteLoadingTest, WritesRecordsToTheLogFileAsLinesOfJson) {
+TEST_F(SqliteLoading, WritesRecordsToTheLogFileAsLinesOfJson) {
   setenv("HALVEX_LOG_FILE", (folder / "records.json").c_str(), 1);
   EXPECT_EQ(database.load(extension_path()), "");
   database.value("SELECT create_digest('SHA256', NULL)");
@@ -315,7 +315,7 @@ TEST_F(SqliteLoadingTest, WritesRecordsToTheLogFileAsLinesOfJson) {
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
 }
 
-TEST_F(SqliteLoadingTest, SaysThatTheLogFileCannotBeOpened) {
+TEST_F(SqliteLoading, LogFileThatCannotBeOpenedIsNamed) {
   const std::string path = folder / "no folder/records.json";
   setenv("HALVEX_LOG_FILE", path.c_str(), 1);
   EXPECT_EQ(load_error(database, extension_path()),
@@ -325,7 +325,7 @@ TEST_F(SqliteLoadingTest, SaysThatTheLogFileCannotBeOpened) {
   expect_working(database);
 }
 
-TEST_F(SqliteLoadingTest, AnExistingLogFileIsNarrowedToItsOwner) {
+TEST_F(SqliteLoading, AnExistingLogFileIsNarrowedToItsOwner) {
   const std::string path = folder / "records.json";
   write(path, "");
   ASSERT_EQ(chmod(path.c_str(), 0644), 0);
@@ -336,7 +336,7 @@ TEST_F(SqliteLoadingTest, AnExistingLogFileIsNarrowedToItsOwner) {
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
 }
 
-TEST_F(SqliteLoadingTest, AFifoThatNobodyReadsIsNoLogFile) {
+TEST_F(SqliteLoading, AFifoThatNobodyReadsIsNoLogFile) {
   const std::string path = folder / "fifo";
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   setenv("HALVEX_LOG_FILE", path.c_str(), 1);
@@ -345,7 +345,7 @@ TEST_F(SqliteLoadingTest, AFifoThatNobodyReadsIsNoLogFile) {
                 "': it is a FIFO that nobody reads, a socket or a missing device.");
 }
 
-TEST_F(SqliteLoadingTest, AFifoWhoseReaderLeavesStopsNoStatement) {
+TEST_F(SqliteLoading, AFifoWhoseReaderLeavesStopsNoStatement) {
   const std::string path = folder / "fifo";
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
@@ -355,7 +355,7 @@ TEST_F(SqliteLoadingTest, AFifoWhoseReaderLeavesStopsNoStatement) {
   expect_a_record_of(database, "the log file '" + path + "': Broken pipe.");
 }
 
-TEST_F(SqliteLoadingTest, AClosedPipeAsStandardErrorStopsNoStatement) {
+TEST_F(SqliteLoading, AClosedPipeAsStandardErrorStopsNoStatement) {
   std::array<int, 2> ends{};
   ASSERT_EQ(pipe(ends.data()), 0);
   const int previous = dup(STDERR_FILENO);
@@ -370,7 +370,7 @@ TEST_F(SqliteLoadingTest, AClosedPipeAsStandardErrorStopsNoStatement) {
   unsetenv("HALVEX_LOG_STDERR");
 }
 
-TEST_F(SqliteLoadingTest, ALimitOfFileSizesStopsNoStatement) {
+TEST_F(SqliteLoading, ALimitOfFileSizesStopsNoStatement) {
   const std::string path = folder / "records.json";
   setenv("HALVEX_LOG_FILE", path.c_str(), 1);
   EXPECT_EQ(database.load(extension_path()), "");
@@ -382,7 +382,7 @@ TEST_F(SqliteLoadingTest, ALimitOfFileSizesStopsNoStatement) {
   setrlimit(RLIMIT_FSIZE, &previous);
 }
 
-TEST_F(SqliteLoadingTest, AFullDiskLosesNoRecordOfTheTable) {
+TEST_F(SqliteLoading, AFullDiskLosesNoRecordOfTheTable) {
   setenv("HALVEX_LOG_FILE", "/dev/full", 1);
   EXPECT_EQ(database.load(extension_path()), "");
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', NULL)"), "NULL");

@@ -17,7 +17,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-TEST(SqliteOpensslTest, AnErrorOfTheProgramIsNoCauseAndStays) {
+TEST(SqliteOpenssl, AnErrorOfTheProgramIsNoCauseAndStays) {
   Database database;
   const unsigned long foreign = ERR_PACK(ERR_LIB_USER, 0, 42);
   ERR_raise_data(ERR_LIB_USER, 42, "the program's own error");
@@ -33,7 +33,7 @@ TEST(SqliteOpensslTest, AnErrorOfTheProgramIsNoCauseAndStays) {
   EXPECT_EQ(ERR_get_error(), 0U);
 }
 
-TEST(SqliteOpensslTest, AUserInterfaceOfTheProgramStays) {
+TEST(SqliteOpenssl, AUserInterfaceOfTheProgramStays) {
   UI_METHOD *const own = UI_create_method("the program's own");
   UI_set_default_method(own);
   {
@@ -44,12 +44,12 @@ TEST(SqliteOpensslTest, AUserInterfaceOfTheProgramStays) {
   UI_destroy_method(own);
 }
 
-TEST(SqliteOpensslTest, OpensslsOwnUserInterfaceIsReplaced) {
+TEST(SqliteOpenssl, OpensslsOwnUserInterfaceIsReplaced) {
   const Database database;
   EXPECT_EQ(UI_get_default_method(), UI_null());
 }
 
-TEST(SqliteOpensslTest, AKeyOfMoreThan16KibibytesIsAnError) {
+TEST(SqliteOpenssl, AKeyOfMoreThan16KibibytesIsAnError) {
   Database database;
   const std::string key = fixture("rsa16384.pem");
   const std::string public_key = fixture("rsa16384-public.pem");

@@ -47,9 +47,9 @@ bool is_utf8(const std::string &text) {
   }
 }
 
-class SqliteSecretsTest : public testing::Test {
+class SqliteSecrets : public testing::Test {
  protected:
-  SqliteSecretsTest() {
+  SqliteSecrets() {
     setenv("HALVEX_LOG_FILE", log_file().c_str(), 1);
     setenv("HALVEX_LOG_STDERR", "1", 1);
     redirect_standard_error();
@@ -58,7 +58,7 @@ class SqliteSecretsTest : public testing::Test {
     database.bind_text("@public", fixture("rsa2048-public.pem"));
     database.bind_text("@text", plaintext);
   }
-  ~SqliteSecretsTest() override {
+  ~SqliteSecrets() override {
     dup2(standard_error_, STDERR_FILENO);
     close(standard_error_);
   }
@@ -113,7 +113,7 @@ const std::array calls{
     Call{"create_digest", {"'SHA256'", "@text"}},
 };
 
-TEST_F(SqliteSecretsTest, ExchangedArgumentsReachNoLog) {
+TEST_F(SqliteSecrets, ExchangedArgumentsReachNoLog) {
   for (const Call &each : calls) {
     for (std::size_t i = 0; i < each.arguments.size(); ++i) {
       for (std::size_t j = i + 1; j < each.arguments.size(); ++j) {
@@ -145,7 +145,7 @@ TEST_F(SqliteSecretsTest, ExchangedArgumentsReachNoLog) {
   }
 }
 
-TEST_F(SqliteSecretsTest, EveryTextIsShortAndValid) {
+TEST_F(SqliteSecrets, EveryTextIsShortAndValid) {
   database.bind_text("@long", std::string(1'000'000, 'x'));
   std::string accents;
   for (int i = 0; i < 5000; ++i) {

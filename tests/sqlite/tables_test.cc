@@ -22,7 +22,7 @@ using testing::MatchesRegex;
 const std::string key_size = "component_halvex_encryption.maximum_rsa_key_size";
 const std::string padding = "component_halvex_encryption.rsa_support_legacy_padding";
 
-class SqliteVariablesTest : public testing::Test {
+class SqliteVariables : public testing::Test {
  protected:
   // Sets a variable to an SQL expression; the error text, empty for success.
   std::string set(const std::string &name, const std::string &expression) {
@@ -37,7 +37,7 @@ class SqliteVariablesTest : public testing::Test {
   Database database;
 };
 
-TEST_F(SqliteVariablesTest, ShowsEverythingAboutEach) {
+TEST_F(SqliteVariables, ShowsEverythingAboutEach) {
   EXPECT_THAT(
       database.rows("SELECT * FROM dovrin_variables"),
       ElementsAre(
@@ -48,20 +48,20 @@ TEST_F(SqliteVariablesTest, ShowsEverythingAboutEach) {
                       "functions'")));
 }
 
-TEST_F(SqliteVariablesTest, AcceptsKeySizes) {
+TEST_F(SqliteVariables, AcceptsKeySizes) {
   for (const char *const value : {"2048", "3072", "16384", "8192.0", "'5120'"}) {
     EXPECT_EQ(set(key_size, value), "") << value;
     EXPECT_EQ(get(key_size), database.value("SELECT CAST(" + std::string{value} + " AS INTEGER)"));
   }
 }
 
-TEST_F(SqliteVariablesTest, LooksAtTheLow32BitsOfAKeySize) {
+TEST_F(SqliteVariables, LooksAtTheLow32BitsOfAKeySize) {
   EXPECT_EQ(set(key_size, "2048"), "");
   EXPECT_EQ(set(key_size, "4294971392"), "");
   EXPECT_EQ(get(key_size), "4096");
 }
 
-TEST_F(SqliteVariablesTest, RejectsOtherKeySizesAndSaysWhatIsAllowed) {
+TEST_F(SqliteVariables, RejectsOtherKeySizesAndStatesWhatIsAllowed) {
   const std::array values{
       std::pair{"1024", "1024"},   std::pair{"2047", "2047"},     std::pair{"3000", "3000"},
       std::pair{"16385", "16385"}, std::pair{"17408", "17408"},   std::pair{"0", "0"},
@@ -77,7 +77,7 @@ TEST_F(SqliteVariablesTest, RejectsOtherKeySizesAndSaysWhatIsAllowed) {
   }
 }
 
-TEST_F(SqliteVariablesTest, AcceptsTheFormsOfABoolean) {
+TEST_F(SqliteVariables, AcceptsTheFormsOfABoolean) {
   for (const char *const on : {"'ON'", "'true'", "1", "'1'", "'On'"}) {
     EXPECT_EQ(set(padding, "'off'"), "");
     EXPECT_EQ(get(padding), "'OFF'");
@@ -86,7 +86,7 @@ TEST_F(SqliteVariablesTest, AcceptsTheFormsOfABoolean) {
   }
 }
 
-TEST_F(SqliteVariablesTest, RejectsWhatIsNoBoolean) {
+TEST_F(SqliteVariables, RejectsWhatIsNoBoolean) {
   for (const char *const value : {"2", "-1", "'yes'", "NULL"}) {
     EXPECT_THAT(set(padding, value),
                 testing::EndsWith("Allowed are ON, OFF, TRUE, FALSE, 1 and 0."))
@@ -95,7 +95,7 @@ TEST_F(SqliteVariablesTest, RejectsWhatIsNoBoolean) {
   }
 }
 
-TEST_F(SqliteVariablesTest, TheDefaultsCanBeSetForAll) {
+TEST_F(SqliteVariables, TheDefaultsCanBeSetForAll) {
   EXPECT_EQ(set(key_size, "8192"), "");
   EXPECT_EQ(set(padding, "'ON'"), "");
   EXPECT_EQ(database.error("UPDATE dovrin_variables SET value = default_value"), "");
@@ -103,13 +103,13 @@ TEST_F(SqliteVariablesTest, TheDefaultsCanBeSetForAll) {
   EXPECT_EQ(get(padding), "'OFF'");
 }
 
-TEST_F(SqliteVariablesTest, ARejectedValueIsAConstraintErrorThatCanBeIgnored) {
+TEST_F(SqliteVariables, ARejectedValueIsAConstraintErrorThatCanBeIgnored) {
   EXPECT_EQ(database.error("UPDATE OR IGNORE dovrin_variables SET value = 1"), "");
   EXPECT_EQ(get(key_size), "4096");
   EXPECT_EQ(get(padding), "'ON'");
 }
 
-TEST_F(SqliteVariablesTest, OnlyValuesChange) {
+TEST_F(SqliteVariables, OnlyValuesChange) {
   EXPECT_EQ(database.error("UPDATE dovrin_variables SET name = 'x', value = 8192"),
             "dovrin_variables: only the value can be changed");
   EXPECT_EQ(database.error("UPDATE dovrin_variables SET maximum = 32768"),
@@ -126,7 +126,7 @@ TEST_F(SqliteVariablesTest, OnlyValuesChange) {
   EXPECT_EQ(database.value("SELECT count(*) FROM dovrin_variables"), "2");
 }
 
-TEST_F(SqliteVariablesTest, SettingOtherColumnsToWhatTheyAreIsFine) {
+TEST_F(SqliteVariables, SettingOtherColumnsToWhatTheyAreIsFine) {
   EXPECT_EQ(
       database.error("UPDATE dovrin_variables SET value = 8192, name = name, comment = comment "
                      "WHERE maximum = 16384"),
@@ -134,12 +134,12 @@ TEST_F(SqliteVariablesTest, SettingOtherColumnsToWhatTheyAreIsFine) {
   EXPECT_EQ(get(key_size), "8192");
 }
 
-TEST_F(SqliteVariablesTest, AnUpdateOfNoRowChangesNothing) {
+TEST_F(SqliteVariables, AnUpdateOfNoRowChangesNothing) {
   EXPECT_EQ(set("component_halvex_encryption.unknown", "1"), "");
   EXPECT_EQ(get(key_size), "4096");
 }
 
-TEST_F(SqliteVariablesTest, ASettingOutlivesItsTransactionAndItsConnection) {
+TEST_F(SqliteVariables, ASettingOutlivesItsTransactionAndItsConnection) {
   std::optional<Database> other;
   other.emplace();
   other->run("BEGIN; UPDATE dovrin_variables SET value = 2048 WHERE name = '" + key_size +
@@ -148,7 +148,7 @@ TEST_F(SqliteVariablesTest, ASettingOutlivesItsTransactionAndItsConnection) {
   EXPECT_EQ(get(key_size), "2048");
 }
 
-TEST_F(SqliteVariablesTest, TheKeySizeBoundsCreation) {
+TEST_F(SqliteVariables, TheKeySizeBoundsCreation) {
   EXPECT_EQ(set(key_size, "2048"), "");
   EXPECT_THAT(database.rows("SELECT create_asymmetric_priv_key('RSA', 2048) IS NULL, "
                             "create_asymmetric_priv_key('RSA', 3072) IS NULL"),
@@ -158,7 +158,7 @@ TEST_F(SqliteVariablesTest, TheKeySizeBoundsCreation) {
       ElementsAre(ElementsAre("13921", MatchesRegex(".*3072.*between 2048 and 2048 bits.*"))));
 }
 
-TEST_F(SqliteVariablesTest, NoSchemaCanReachThem) {
+TEST_F(SqliteVariables, NoSchemaCanReachThem) {
   database.run(
       "CREATE TABLE t (a); CREATE TRIGGER lax AFTER INSERT ON t BEGIN"
       "  UPDATE dovrin_variables SET value = 'ON'; END;"
@@ -169,7 +169,7 @@ TEST_F(SqliteVariablesTest, NoSchemaCanReachThem) {
   EXPECT_EQ(get(padding), "'OFF'");
 }
 
-TEST_F(SqliteVariablesTest, ATableOfTheSameNameStandsInFrontOfThem) {
+TEST_F(SqliteVariables, ATableOfTheSameNameStandsInFrontOfThem) {
   database.run(
       "CREATE TABLE dovrin_variables (name, value);"
       "INSERT INTO dovrin_variables VALUES ('" +
@@ -183,7 +183,7 @@ TEST_F(SqliteVariablesTest, ATableOfTheSameNameStandsInFrontOfThem) {
   EXPECT_EQ(database.value("SELECT create_asymmetric_priv_key('RSA', 4096)"), "NULL");
 }
 
-TEST_F(SqliteVariablesTest, AConnectionOfItsOwnNeedsNoLockOfTheDatabase) {
+TEST_F(SqliteVariables, AConnectionOfItsOwnNeedsNoLockOfTheDatabase) {
   const Temporary_folder folder;
   Database holder{Database::Extension::loaded, folder / "file.db"};
   holder.run("CREATE TABLE t (a); BEGIN EXCLUSIVE");
@@ -204,12 +204,12 @@ TEST_F(SqliteVariablesTest, AConnectionOfItsOwnNeedsNoLockOfTheDatabase) {
             "attempt to write a readonly database");
 }
 
-TEST_F(SqliteVariablesTest, NobodyCanMakeATableOfThisKind) {
+TEST_F(SqliteVariables, NobodyCanMakeATableOfThisKind) {
   EXPECT_EQ(database.error("CREATE VIRTUAL TABLE mine USING dovrin_variables"),
             "no such module: dovrin_variables");
 }
 
-TEST(SqliteVersionsTest, NamesWhatABugReportNeeds) {
+TEST(SqliteVersions, NamesWhatABugReportNeeds) {
   Database database;
   const std::string engine = std::string{"SQLite "} + sqlite3_libversion();
   EXPECT_THAT(database.rows("SELECT * FROM dovrin_versions"),
@@ -222,18 +222,18 @@ TEST(SqliteVersionsTest, NamesWhatABugReportNeeds) {
                           ElementsAre("'row_context'", testing::AnyOf("'small'", "'default'"))));
 }
 
-TEST(SqliteVersionsTest, CannotBeChanged) {
+TEST(SqliteVersions, CannotBeChanged) {
   Database database;
   EXPECT_NE(database.error("UPDATE dovrin_versions SET value = '2'"), "");
   EXPECT_NE(database.error("DELETE FROM dovrin_versions"), "");
 }
 
-class SqliteErrorLogTest : public testing::Test {
+class SqliteErrorLog : public testing::Test {
  protected:
   Database database;
 };
 
-TEST_F(SqliteErrorLogTest, ShowsAllOfARecord) {
+TEST_F(SqliteErrorLog, ShowsAllOfARecord) {
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', NULL)"), "NULL");
   EXPECT_THAT(
       database.rows("SELECT * FROM dovrin_error_log"),
@@ -248,7 +248,7 @@ TEST_F(SqliteErrorLogTest, ShowsAllOfARecord) {
           MatchesRegex("'.+'"))));
 }
 
-TEST_F(SqliteErrorLogTest, TurningLegacyPaddingOnLeavesAWarning) {
+TEST_F(SqliteErrorLog, TurningLegacyPaddingOnLeavesAWarning) {
   const std::string set = "UPDATE temp.dovrin_variables SET value = ";
   const std::string where = " WHERE name = '" + padding + "'";
   database.run(set + "'OFF'" + where);
@@ -265,7 +265,7 @@ TEST_F(SqliteErrorLogTest, TurningLegacyPaddingOnLeavesAWarning) {
                    "NULL."))));
 }
 
-TEST_F(SqliteErrorLogTest, ColumnsHaveTheirNames) {
+TEST_F(SqliteErrorLog, ColumnsHaveTheirNames) {
   EXPECT_EQ(
       database.value("SELECT group_concat(name) FROM pragma_table_info('dovrin_error_log')"),
       "'id,time,priority,code,symbol,component,function,source_file,source_line,message,hint'");
@@ -273,7 +273,7 @@ TEST_F(SqliteErrorLogTest, ColumnsHaveTheirNames) {
             "'name,value,type,default_value,minimum,maximum,block_size,comment'");
 }
 
-TEST_F(SqliteErrorLogTest, KeepsTheLastThousandNewestLast) {
+TEST_F(SqliteErrorLog, KeepsTheLastThousandNewestLast) {
   database.rows(
       "WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1100) "
       "SELECT create_digest('SHA256', nullif(i, i)) FROM n");
@@ -284,7 +284,7 @@ TEST_F(SqliteErrorLogTest, KeepsTheLastThousandNewestLast) {
   EXPECT_EQ(database.value("SELECT code FROM dovrin_error_log LIMIT 1 OFFSET 999"), "13921");
 }
 
-TEST_F(SqliteErrorLogTest, AScanSeesItAsItWas) {
+TEST_F(SqliteErrorLog, AScanSeesItAsItWas) {
   database.value("SELECT create_digest('SHA256', NULL)");
   EXPECT_EQ(database.value("SELECT count(create_digest('SHA256', NULL) IS NULL) FROM "
                            "dovrin_error_log"),
@@ -292,7 +292,7 @@ TEST_F(SqliteErrorLogTest, AScanSeesItAsItWas) {
   EXPECT_EQ(database.value("SELECT count(*) FROM dovrin_error_log"), "2");
 }
 
-TEST_F(SqliteErrorLogTest, OnlyAMaterializedLogIsOneStateForTwoScans) {
+TEST_F(SqliteErrorLog, OnlyAMaterializedLogIsOneStateForTwoScans) {
   const auto two_scans_of = [](const std::string &log) {
     return "SELECT (SELECT count(*) FROM " + log + "), create_digest('SHA256', NULL), " +
            "(SELECT count(*) FROM " + log + " WHERE id > 0)";
@@ -304,13 +304,13 @@ TEST_F(SqliteErrorLogTest, OnlyAMaterializedLogIsOneStateForTwoScans) {
               ElementsAre(ElementsAre("1", "NULL", "1")));
 }
 
-TEST_F(SqliteErrorLogTest, ConnectionsShareIt) {
+TEST_F(SqliteErrorLog, ConnectionsShareIt) {
   Database other;
   EXPECT_EQ(other.value("SELECT create_digest('SHA256', NULL)"), "NULL");
   EXPECT_EQ(database.value("SELECT code FROM dovrin_error_log WHERE rowid = 1"), "13919");
 }
 
-TEST_F(SqliteErrorLogTest, NobodyCanChangeIt) {
+TEST_F(SqliteErrorLog, NobodyCanChangeIt) {
   for (const char *const statement :
        {"DELETE FROM dovrin_error_log", "UPDATE dovrin_error_log SET code = 1",
         "INSERT INTO dovrin_error_log (code) VALUES (1)"}) {
@@ -318,7 +318,7 @@ TEST_F(SqliteErrorLogTest, NobodyCanChangeIt) {
   }
 }
 
-TEST_F(SqliteErrorLogTest, NoSchemaCanReachIt) {
+TEST_F(SqliteErrorLog, NoSchemaCanReachIt) {
   database.run(
       "CREATE TABLE orders (id); CREATE TABLE loot (message);"
       "CREATE TRIGGER steal AFTER INSERT ON orders BEGIN"
@@ -331,7 +331,7 @@ TEST_F(SqliteErrorLogTest, NoSchemaCanReachIt) {
   EXPECT_EQ(database.value("SELECT count(*) FROM loot"), "0");
 }
 
-TEST_F(SqliteErrorLogTest, ATemporaryViewCanUseIt) {
+TEST_F(SqliteErrorLog, ATemporaryViewCanUseIt) {
   database.run(
       "CREATE TEMP VIEW why AS SELECT code FROM dovrin_error_log ORDER BY id DESC LIMIT 1");
   EXPECT_THAT(database.rows("SELECT * FROM why"), IsEmpty());
@@ -339,7 +339,7 @@ TEST_F(SqliteErrorLogTest, ATemporaryViewCanUseIt) {
   EXPECT_EQ(database.value("SELECT * FROM why"), "13919");
 }
 
-TEST_F(SqliteErrorLogTest, AnErrorOfAStatementLeavesNoRecord) {
+TEST_F(SqliteErrorLog, AnErrorOfAStatementLeavesNoRecord) {
   EXPECT_NE(database.error("SELECT create_digest(1, 2)"), "");
   EXPECT_NE(database.error("UPDATE dovrin_variables SET value = 1"), "");
   EXPECT_THAT(database.rows("SELECT * FROM dovrin_error_log"), IsEmpty());

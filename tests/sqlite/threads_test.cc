@@ -41,7 +41,7 @@ void bind_keys(Database &database) {
   database.bind_text("@public", fixture("rsa2048-public.pem"));
 }
 
-TEST(SqliteThreadsTest, ConnectionsWorkSideBySide) {
+TEST(SqliteThreads, ConnectionsWorkSideBySide) {
   std::atomic<int> wrong{0};
   std::atomic<int> reported{0};
   in_threads([&](int number) {
@@ -74,7 +74,7 @@ TEST(SqliteThreadsTest, ConnectionsWorkSideBySide) {
   EXPECT_EQ(database.value("SELECT count(*) FROM dovrin_error_log"), std::to_string(reported));
 }
 
-TEST(SqliteThreadsTest, ConnectionsComeAndGo) {
+TEST(SqliteThreads, ConnectionsComeAndGo) {
   std::atomic<int> wrong{0};
   in_threads([&](int /*number*/) {
     for (int round = 0; round < 30; ++round) {
@@ -85,7 +85,7 @@ TEST(SqliteThreadsTest, ConnectionsComeAndGo) {
   EXPECT_EQ(wrong, 0);
 }
 
-TEST(SqliteThreadsTest, ThreadsShareAConnection) {
+TEST(SqliteThreads, ThreadsShareAConnection) {
   Database database;
   std::atomic<int> wrong{0};
   in_threads([&](int number) {
@@ -105,7 +105,7 @@ TEST(SqliteThreadsTest, ThreadsShareAConnection) {
   EXPECT_EQ(wrong, 0);
 }
 
-TEST(SqliteThreadsTest, AnotherThreadInterruptsAStatement) {
+TEST(SqliteThreads, AnotherThreadInterruptsAStatement) {
   Database database;
   const Statement endless = database.prepare(
       "WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) "
@@ -142,7 +142,7 @@ TEST(SqliteThreadsTest, AnotherThreadInterruptsAStatement) {
   std::exit(0);
 }
 
-TEST(SqliteExitTest, ThreadsMayStillComputeRows) {
+TEST(SqliteExit, ThreadsMayStillComputeRows) {
   constexpr int runs = 40;
   for (int run = 0; run < runs; ++run) {
     const pid_t child = fork();
@@ -156,7 +156,7 @@ TEST(SqliteExitTest, ThreadsMayStillComputeRows) {
 }
 
 // Open statements are no reason for a record when the process ends.
-TEST(SqliteExitTest, OpenStatementsLeaveNoRecord) {
+TEST(SqliteExit, OpenStatementsLeaveNoRecord) {
   const Temporary_folder folder;
   const std::string log_file = folder / "records.json";
   const pid_t child = fork();

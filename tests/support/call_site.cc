@@ -97,7 +97,7 @@ Call_site::Call_site(const Registered_function &function, const std::vector<Argu
   Arguments in_server_shape(arguments);
   const auto message = std::make_unique<char[]>(DOVRIN_UDF_MESSAGE_SIZE);
   if (!run_init(function_, *instance_, in_server_shape.record, message.get())) {
-    refusal_ = message.get();
+    rejection_ = message.get();
   }
   for (size_t i = 0; i < arguments.size(); ++i) {
     if (in_server_shape.types[i] != arguments[i].type) {
@@ -109,8 +109,8 @@ Call_site::Call_site(const Registered_function &function, const std::vector<Argu
 Call_site::~Call_site() { run_deinit(function_, *instance_); }
 
 Row_result Call_site::row(const std::vector<Argument> &arguments) {
-  if (refusal_) {
-    abort_with(function_, "a row was asked for after a refused init");
+  if (rejection_) {
+    abort_with(function_, "a row was asked for after a rejected init");
   }
   Arguments in_server_shape(arguments);
   unsigned char is_null = 0;
@@ -128,8 +128,8 @@ Row_result Call_site::row() { return row(first_arguments_); }
 Call_result call(const Registered_function &function, const std::vector<Argument> &arguments) {
   Call_site site(function, arguments);
   Call_result result;
-  result.refusal = site.refusal();
-  if (!result.refusal) {
+  result.rejection = site.rejection();
+  if (!result.rejection) {
     result.row = site.row();
   }
   return result;

@@ -48,19 +48,19 @@ class Call_site {
   // Runs init with these argument types and values. Every argument lies in heap memory of exactly
   // its size (a string with its terminator), so that the address sanitizer sees each overread.
   Call_site(const Registered_function &function, const std::vector<Argument> &arguments);
-  // Runs deinit, also after a refusal.
+  // Runs deinit, also after a rejection.
   ~Call_site();
   Call_site(const Call_site &) = delete;
   Call_site &operator=(const Call_site &) = delete;
 
-  // Init's refusal; nothing if it accepted.
-  [[nodiscard]] const std::optional<std::string> &refusal() const { return refusal_; }
+  // Init's rejection; nothing if it accepted.
+  [[nodiscard]] const std::optional<std::string> &rejection() const { return rejection_; }
   // The function instance. Before init its fields hold values that no function would choose:
   // max_length `unset_length`, decimals 31, const_item true, maybe_null the opposite of what init
   // must set, ptr an address that no deinit may free.
   [[nodiscard]] UDF_INIT &instance() { return *instance_; }
 
-  // Runs the row callback. Aborts after a refusal, and when the callback wrote to the host's own
+  // Runs the row callback. Aborts after a rejection, and when the callback wrote to the host's own
   // result buffer.
   Row_result row(const std::vector<Argument> &arguments);
   // With the arguments of init.
@@ -74,16 +74,16 @@ class Call_site {
   Registered_function function_;
   std::vector<Argument> first_arguments_;
   std::unique_ptr<UDF_INIT> instance_;
-  std::optional<std::string> refusal_;
+  std::optional<std::string> rejection_;
 };
 
 // What a whole statement of one row gave.
 struct Call_result {
-  std::optional<std::string> refusal;
+  std::optional<std::string> rejection;
   Row_result row;
 };
 
-// Runs init, one row unless refused, and deinit.
+// Runs init, one row unless rejected, and deinit.
 Call_result call(const Registered_function &function, const std::vector<Argument> &arguments);
 // The same by name, of a function registered with this server.
 Call_result call(const Recording_server &server, const std::string &function,

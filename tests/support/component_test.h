@@ -48,15 +48,15 @@ MATCHER_P2(IsOpensslRecord, function_name, algorithm,
 // Matches a Call_result or Row_result that is SQL NULL, with the error flag left alone.
 MATCHER(IsSqlNull, "is SQL NULL") {
   if constexpr (requires { arg.row; }) {
-    return !arg.refusal && arg.row.is_null && !arg.row.error && arg.row.integer == 0;
+    return !arg.rejection && arg.row.is_null && !arg.row.error && arg.row.integer == 0;
   } else {
     return arg.is_null && !arg.error && arg.integer == 0;
   }
 }
 
-// Matches a Call_result that init refused with this text.
-MATCHER_P(IsRefused, text, std::string("is refused with \"") + text + "\"") {
-  return arg.refusal && *arg.refusal == text;
+// Matches a Call_result that init rejected with this text.
+MATCHER_P(IsRejected, text, std::string("is rejected with \"") + text + "\"") {
+  return arg.rejection && *arg.rejection == text;
 }
 
 // Prints a result for failed assertions.
@@ -66,8 +66,8 @@ inline void PrintTo(const Row_result &result, std::ostream *out) {
 }
 
 inline void PrintTo(const Call_result &result, std::ostream *out) {
-  if (result.refusal) {
-    *out << "refused: " << *result.refusal;
+  if (result.rejection) {
+    *out << "rejected: " << *result.rejection;
   } else {
     PrintTo(result.row, out);
   }

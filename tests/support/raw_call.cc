@@ -68,14 +68,14 @@ Argument_array::Argument_array(std::span<const Argument_view> arguments) {
 bool run_init(const Registered_function &function, UDF_INIT &instance, UDF_ARGS &arguments,
               char *message) {
   std::memset(message, unwritten, DOVRIN_UDF_MESSAGE_SIZE);
-  const bool refused = function.init(&instance, &arguments, message);
-  if (refused && std::memchr(message, 0, DOVRIN_UDF_MESSAGE_SIZE) == nullptr) {
-    abort_with(function, "init refused without a terminated message");
+  const bool rejected = function.init(&instance, &arguments, message);
+  if (rejected && std::memchr(message, 0, DOVRIN_UDF_MESSAGE_SIZE) == nullptr) {
+    abort_with(function, "init rejected without a terminated message");
   }
-  if (!refused && message[0] != unwritten) {
+  if (!rejected && message[0] != unwritten) {
     abort_with(function, "init accepted and wrote a message");
   }
-  return !refused;
+  return !rejected;
 }
 
 Raw_row run_row(const Registered_function &function, UDF_INIT &instance, UDF_ARGS &arguments,
@@ -117,7 +117,7 @@ void call(const Registered_function &function, std::span<const Argument_view> ar
     if (run_init(function, instance, array.get(), out.message)) {
       call_row(function, instance, array.get(), out);
     } else {
-      out.ending = Raw_result::Ending::refused;
+      out.ending = Raw_result::Ending::rejected;
     }
   } catch (const std::bad_alloc &) {
     out.ending = Raw_result::Ending::exception_in_init;

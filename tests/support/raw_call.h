@@ -64,25 +64,25 @@ struct Raw_row {
   bool error = false;
 };
 
-// Runs init; false if it refuses, with its text in `message` (DOVRIN_UDF_MESSAGE_SIZE bytes).
+// Runs init; false if it rejects, with its text in `message` (DOVRIN_UDF_MESSAGE_SIZE bytes).
 [[nodiscard]] bool run_init(const Registered_function &function, UDF_INIT &instance,
                             UDF_ARGS &arguments, char *message);
 // Runs the row callback. `is_null` is its flag, 0 before, and set also if the callback throws.
 Raw_row run_row(const Registered_function &function, UDF_INIT &instance, UDF_ARGS &arguments,
                 unsigned char &is_null);
-// Runs deinit, which is due also after a refusal.
+// Runs deinit, which is due also after a rejection.
 void run_deinit(const Registered_function &function, UDF_INIT &instance);
 
 // How one call (init, one row, deinit) ended.
 struct Raw_result {
-  enum class Ending { value, null, refused, exception_in_init, exception_in_row };
+  enum class Ending { value, null, rejected, exception_in_init, exception_in_row };
   Ending ending = Ending::null;
   bool is_null = false;    // the row's flag
   bool error = false;      // the row's flag; no function sets it
   long long number = 0;    // result of an integer function
   std::size_t length = 0;  // length of a string result
   char bytes[12801] = {};  // a string result and the byte that follows it in the function's buffer
-  char message[DOVRIN_UDF_MESSAGE_SIZE] = {};  // the refusal
+  char message[DOVRIN_UDF_MESSAGE_SIZE] = {};  // the rejection
 
   [[nodiscard]] std::string_view text() const { return {bytes, length}; }
   // Overwrites everything, so that no secret outlives the call's caller.

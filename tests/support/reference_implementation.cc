@@ -31,7 +31,7 @@ unsigned char *bytes_of(std::string &text) {
 
 void require(bool condition, const std::string &what) {
   if (!condition) {
-    throw std::runtime_error("the library refuses " + what + ": " + oldest_error());
+    throw std::runtime_error("the library failed: " + what + ": " + oldest_error());
   }
 }
 

@@ -22,13 +22,13 @@ const EVP_MD *library_digest(const std::string &name);
 std::string digest_of(const EVP_MD *digest, const std::string &text);
 
 // An RSA key of hexadecimal numbers by the library's parameter names ("n", "e", "d",
-// "rsa-factor1", ...). With "d" a private key, else a public one. Throws if the library refuses.
+// "rsa-factor1", ...). With "d" a private key, else a public one. Throws if the library fails.
 Key rsa_key(const std::map<std::string, std::string> &numbers);
 
 // A new key, for instance on the curve "P-256" of the algorithm "EC".
 Key new_key(const char *algorithm, const char *parameter);
 
-// PEM text: unencrypted PKCS#8, and SubjectPublicKeyInfo; nothing if the library refuses.
+// PEM text: unencrypted PKCS#8, and SubjectPublicKeyInfo; nothing if the library fails.
 std::optional<std::string> private_pem(EVP_PKEY *key);
 std::optional<std::string> public_pem(EVP_PKEY *key);
 
@@ -36,7 +36,7 @@ std::optional<std::string> public_pem(EVP_PKEY *key);
 Key read_private_pem(const std::string &pem);
 Key read_public_pem(const std::string &pem);
 
-// The library's answers; nothing where it refuses. A padding that it cannot set is left unset.
+// The library's answers; nothing where it fails. A padding that it cannot set is left unset.
 std::optional<std::string> encrypted(EVP_PKEY *key, int padding, const std::string &text);
 std::optional<std::string> decrypted(EVP_PKEY *key, int padding, const std::string &text);
 std::optional<std::string> signed_with_pss(EVP_PKEY *key, const EVP_MD *digest,
@@ -47,7 +47,7 @@ bool verifies_as_pss(EVP_PKEY *key, const EVP_MD *digest, const std::string &tex
 bool verifies(EVP_PKEY *key, const EVP_MD *digest, const std::string &text,
               const std::string &signature);
 
-// A signature over a digest's value, with the library's default padding; nothing if it refuses.
+// A signature over a digest's value, with the library's default padding; nothing if it rejects.
 std::optional<std::string> signed_digest(EVP_PKEY *key, const EVP_MD *digest,
                                          const std::string &digest_value);
 

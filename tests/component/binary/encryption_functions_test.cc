@@ -115,7 +115,7 @@ TEST_F(EncryptionFunctions, EncryptingWithAnEcKeyFailsWithRecords) {
               ElementsAre(IsOpensslRecord("asymmetric_encrypt", "RSA"), encryption_failed(5)));
 }
 
-// Its limit is negative and lets every length pass; OpenSSL refuses the operation.
+// Its limit is negative and lets every length pass; OpenSSL rejects the operation.
 TEST_F(EncryptionFunctions, KeyOfFewerThan42BytesAcceptsEveryLengthAndFailsInOpenssl) {
   for (const size_t length : {1UL, 300UL}) {
     server.forget_records();
@@ -220,14 +220,14 @@ TEST_F(EncryptionFunctions, CiphertextOfAnotherKeyIsNull) {
               ElementsAre(IsOpensslRecord("asymmetric_decrypt", "RSA"), decryption_failed(256)));
 }
 
-TEST_F(EncryptionFunctions, CiphertextLongerThanTheModulusIsRefusedOncePerAttempt) {
-  const Record refusal = data_too_long("asymmetric_decrypt", 257, 256);
+TEST_F(EncryptionFunctions, CiphertextLongerThanTheModulusIsRejectedOncePerAttempt) {
+  const Record rejection = data_too_long("asymmetric_decrypt", 257, 256);
   EXPECT_THAT(decrypt(std::string(257, 'c'), private_key), IsSqlNull());
-  EXPECT_THAT(server.records(), ElementsAre(refusal));
+  EXPECT_THAT(server.records(), ElementsAre(rejection));
   switch_legacy_padding(true);
   server.forget_records();
   EXPECT_THAT(decrypt(std::string(257, 'c'), private_key), IsSqlNull());
-  EXPECT_THAT(server.records(), ElementsAre(refusal, refusal));
+  EXPECT_THAT(server.records(), ElementsAre(rejection, rejection));
 }
 
 TEST_F(EncryptionFunctions, EmptyCiphertextFailsWithoutAnOpensslRecordOncePerAttempt) {
@@ -240,13 +240,13 @@ TEST_F(EncryptionFunctions, EmptyCiphertextFailsWithoutAnOpensslRecordOncePerAtt
 }
 
 TEST_F(EncryptionFunctions, FullSizeCiphertextWithAPublicKeyIsTooLongOncePerAttempt) {
-  const Record refusal = data_too_long("asymmetric_decrypt", 256, 214);
+  const Record rejection = data_too_long("asymmetric_decrypt", 256, 214);
   EXPECT_THAT(decrypt(std::string(256, 'c'), public_key), IsSqlNull());
-  EXPECT_THAT(server.records(), ElementsAre(refusal));
+  EXPECT_THAT(server.records(), ElementsAre(rejection));
   switch_legacy_padding(true);
   server.forget_records();
   EXPECT_THAT(decrypt(std::string(256, 'c'), public_key), IsSqlNull());
-  EXPECT_THAT(server.records(), ElementsAre(refusal, refusal));
+  EXPECT_THAT(server.records(), ElementsAre(rejection, rejection));
 }
 
 TEST_F(EncryptionFunctions, ShorterCiphertextWithAPublicKeyFailsWithoutAnOpensslRecord) {

@@ -1,4 +1,4 @@
-// The init callbacks: which arguments they refuse with which words, and what they prepare.
+// The init callbacks: which arguments they reject with which words, and what they prepare.
 
 #include <algorithm>
 
@@ -35,47 +35,47 @@ class Init : public Component_test, public ::testing::WithParamInterface<Sql_fun
   }
 };
 
-TEST_P(Init, RefusesEveryOtherNumberOfArguments) {
+TEST_P(Init, RejectsEveryOtherNumberOfArguments) {
   const size_t expected = GetParam().arguments.size();
   for (size_t count = 0; count <= 7; ++count) {
     if (count == expected) {
       continue;
     }
     const Call_site site(function(), repeated("RSA", count));
-    EXPECT_EQ(site.refusal(), "Mismatch in number of arguments to the function. Expected " +
-                                  std::to_string(expected) + " arguments");
+    EXPECT_EQ(site.rejection(), "Mismatch in number of arguments to the function. Expected " +
+                                    std::to_string(expected) + " arguments");
   }
 }
 
 TEST_P(Init, CountsBeforeItLooksAtTypes) {
   const size_t expected = GetParam().arguments.size();
   const Call_site site(function(), repeated(1.5, expected + 1));
-  EXPECT_EQ(site.refusal(), "Mismatch in number of arguments to the function. Expected " +
-                                std::to_string(expected) + " arguments");
+  EXPECT_EQ(site.rejection(), "Mismatch in number of arguments to the function. Expected " +
+                                  std::to_string(expected) + " arguments");
 }
 
-TEST_P(Init, RefusesEveryOtherTypeOfEveryArgumentInItsOwnWords) {
+TEST_P(Init, RejectsEveryOtherTypeOfEveryArgumentInItsOwnWords) {
   const std::vector<Argument> &arguments = GetParam().arguments;
   for (size_t i = 0; i < arguments.size(); ++i) {
     for (const Item_result type : other_types(arguments[i].type)) {
       const Call_site site(function(), with_type(arguments, i, type));
-      EXPECT_EQ(site.refusal(), GetParam().type_refusals[i])
+      EXPECT_EQ(site.rejection(), GetParam().type_rejections[i])
           << "argument " << i << " type " << type;
     }
   }
 }
 
-TEST_P(Init, SpeaksOfTheFirstArgumentOfAWrongType) {
+TEST_P(Init, NamesTheFirstArgumentOfAWrongType) {
   const std::vector<Argument> &arguments = GetParam().arguments;
   std::vector<Argument> wrong = arguments;
   for (size_t i = arguments.size(); i-- > 0;) {
     wrong[i].type = REAL_RESULT;
     const Call_site site(function(), wrong);
-    EXPECT_EQ(site.refusal(), GetParam().type_refusals[i]);
+    EXPECT_EQ(site.rejection(), GetParam().type_rejections[i]);
   }
 }
 
-TEST_P(Init, RefusalLeavesNoBufferAndDeinitDoesNotFail) {
+TEST_P(Init, RejectionLeavesNoBufferAndDeinitDoesNotFail) {
   Call_site of_count(function(), {});
   EXPECT_EQ(of_count.instance().ptr, nullptr);
   Call_site of_type(function(), with_type(GetParam().arguments, 0, INT_RESULT));
@@ -86,7 +86,7 @@ TEST_P(Init, RefusalLeavesNoBufferAndDeinitDoesNotFail) {
 
 TEST_P(Init, PreparesTheResultBuffer) {
   Call_site site(function(), GetParam().arguments);
-  ASSERT_FALSE(site.refusal());
+  ASSERT_FALSE(site.rejection());
   const unsigned long size = GetParam().buffer_size;
   if (size == 0) {
     EXPECT_EQ(site.instance().ptr, nullptr);
@@ -111,7 +111,7 @@ TEST_P(Init, AcceptsNullArgumentsOfTheRightTypes) {
     argument.value.reset();
   }
   const Call_site site(function(), nulls);
-  EXPECT_EQ(site.refusal(), std::nullopt);
+  EXPECT_EQ(site.rejection(), std::nullopt);
 }
 
 // Also with a name that no row accepts: names are looked at per row.
@@ -119,11 +119,11 @@ TEST_P(Init, DoesNotLookAtValues) {
   std::vector<Argument> arguments = GetParam().arguments;
   arguments[0].value = std::string("no such name");
   const Call_site site(function(), arguments);
-  EXPECT_EQ(site.refusal(), std::nullopt);
+  EXPECT_EQ(site.rejection(), std::nullopt);
 }
 
 TEST_P(Init, WritesNoRecord) {
-  const Call_site refused(function(), {});
+  const Call_site rejected(function(), {});
   const Call_site accepted(function(), GetParam().arguments);
   EXPECT_THAT(server.records(), ::testing::IsEmpty());
 }
@@ -135,34 +135,34 @@ std::string name_of_function(const ::testing::TestParamInfo<Sql_function> &info)
 INSTANTIATE_TEST_SUITE_P(EveryFunction, Init, ::testing::ValuesIn(sql_functions()),
                          name_of_function);
 
-using InitRefusals = Component_test;
+using InitRejections = Component_test;
 
-TEST_F(InitRefusals, PrivateKeyWithoutALengthIsRefusedByCount) {
+TEST_F(InitRejections, PrivateKeyWithoutALengthIsRejectedByCount) {
   EXPECT_THAT(call("create_asymmetric_priv_key", {"RSA"}),
-              IsRefused("Mismatch in number of arguments to the function. Expected 2 arguments"));
+              IsRejected("Mismatch in number of arguments to the function. Expected 2 arguments"));
 }
 
-TEST_F(InitRefusals, KeyLengthAsAStringOrDecimalIsRefused) {
-  const char *refusal = "Mismatch in type of argument. Expected integer argument of key length.";
-  EXPECT_THAT(call("create_asymmetric_priv_key", {"RSA", "2048"}), IsRefused(refusal));
-  EXPECT_THAT(call("create_asymmetric_priv_key", {"RSA", decimal("2048")}), IsRefused(refusal));
+TEST_F(InitRejections, KeyLengthAsAStringOrDecimalIsRejected) {
+  const char *rejection = "Mismatch in type of argument. Expected integer argument of key length.";
+  EXPECT_THAT(call("create_asymmetric_priv_key", {"RSA", "2048"}), IsRejected(rejection));
+  EXPECT_THAT(call("create_asymmetric_priv_key", {"RSA", decimal("2048")}), IsRejected(rejection));
 }
 
-TEST_F(InitRefusals, NumberAsAlgorithmIsRefusedFirst) {
+TEST_F(InitRejections, NumberAsAlgorithmIsRejectedFirst) {
   EXPECT_THAT(call("create_asymmetric_priv_key", {1, 2048}),
-              IsRefused("Mismatch in type of argument. Expected string argument for algorithm."));
+              IsRejected("Mismatch in type of argument. Expected string argument for algorithm."));
 }
 
-TEST_F(InitRefusals, VerificationWithFourArgumentsIsRefusedByCount) {
+TEST_F(InitRejections, VerificationWithFourArgumentsIsRejectedByCount) {
   EXPECT_THAT(call("asymmetric_verify", {"RSA", "m", "s", "k"}),
-              IsRefused("Mismatch in number of arguments to the function. Expected 5 arguments"));
+              IsRejected("Mismatch in number of arguments to the function. Expected 5 arguments"));
 }
 
-TEST_F(InitRefusals, TheLongestHas84Characters) {
+TEST_F(InitRejections, TheLongestHas84Characters) {
   size_t longest = 0;
   for (const Sql_function &function : sql_functions()) {
-    for (const std::string &refusal : function.type_refusals) {
-      longest = std::max(longest, refusal.size());
+    for (const std::string &rejection : function.type_rejections) {
+      longest = std::max(longest, rejection.size());
     }
   }
   EXPECT_EQ(longest, 84U);

@@ -51,7 +51,7 @@ TEST_F(KeyCreation, LengthInBetweenIsMade) {
   EXPECT_EQ(reference_bits(key.bytes), 2056);
 }
 
-TEST_F(KeyCreation, LengthsOutOfRangeAreRefusedWithOneRecordOnly) {
+TEST_F(KeyCreation, LengthsOutOfRangeAreRejectedWithOneRecordOnly) {
   const std::vector<std::pair<long long, std::string>> lengths{{2047, "2047"},
                                                                {4097, "4097"},
                                                                {1024, "1024"},
@@ -66,7 +66,7 @@ TEST_F(KeyCreation, LengthsOutOfRangeAreRefusedWithOneRecordOnly) {
   }
 }
 
-TEST_F(KeyCreation, RefusedLengthNamesTheAlgorithmUpperCased) {
+TEST_F(KeyCreation, RejectedLengthNamesTheAlgorithmUpperCased) {
   call("create_asymmetric_priv_key", {"rsa", 1024});
   EXPECT_THAT(server.records(), ElementsAre(key_length_rejected("1024", 4096)));
 }

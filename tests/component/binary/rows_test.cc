@@ -33,7 +33,7 @@ std::string name_of_function(const ::testing::TestParamInfo<Sql_function> &info)
 
 TEST_P(Row, GivesAValueFromTheInstancesOwnBuffer) {
   const Call_result result = call(GetParam().name, GetParam().arguments);
-  ASSERT_EQ(result.refusal, std::nullopt);
+  ASSERT_EQ(result.rejection, std::nullopt);
   EXPECT_FALSE(result.row.is_null);
   EXPECT_FALSE(result.row.error);
   if (GetParam().result_type == STRING_RESULT) {

@@ -33,7 +33,7 @@ class SignatureFunctions : public Component_test {
   const std::string public_key = fixture("rsa2048-public.pem");
 };
 
-MATCHER(IsAccepted, "is 1") { return !arg.refusal && !arg.row.is_null && arg.row.integer == 1; }
+MATCHER(IsAccepted, "is 1") { return !arg.rejection && !arg.row.is_null && arg.row.integer == 1; }
 
 // --- signing
 

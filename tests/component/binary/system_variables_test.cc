@@ -52,7 +52,7 @@ TEST_F(SystemVariables, OnlyTheLow32BitsOfAKeySizeCount) {
   EXPECT_EQ(set((7LL << 32) + 3000), Set_result::rejected);
 }
 
-TEST_F(SystemVariables, KeyOfTheNewMaximumIsMadeAndOneBlockMoreIsRefused) {
+TEST_F(SystemVariables, KeyOfTheNewMaximumIsMadeAndOneBlockMoreIsRejected) {
   ASSERT_EQ(set(2048), Set_result::accepted);
   EXPECT_FALSE(call("create_asymmetric_priv_key", {"RSA", 2048}).row.is_null);
   EXPECT_THAT(server.records(), IsEmpty());
@@ -60,7 +60,7 @@ TEST_F(SystemVariables, KeyOfTheNewMaximumIsMadeAndOneBlockMoreIsRefused) {
   EXPECT_THAT(server.records(), ElementsAre(key_length_rejected("3072", 2048)));
 }
 
-TEST_F(SystemVariables, RaisedMaximumIsNamedInTheRefusalOfOneBlockMore) {
+TEST_F(SystemVariables, RaisedMaximumIsNamedInTheRejectionOfOneBlockMore) {
   ASSERT_EQ(set(8192), Set_result::accepted);
   EXPECT_THAT(call("create_asymmetric_priv_key", {"RSA", 9216}), IsSqlNull());
   EXPECT_THAT(server.records(), ElementsAre(key_length_rejected("9216", 8192)));

@@ -32,7 +32,7 @@ TEST_F(GenerateValidator, AllowsEveryLengthFrom2048To4096) {
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
-TEST_F(GenerateValidator, RefusesAndReportsEveryOtherLength) {
+TEST_F(GenerateValidator, RejectsAndReportsEveryOtherLength) {
   const std::vector<std::pair<std::uint64_t, std::string>> lengths{
       {2047, "2047"},
       {4097, "4097"},
@@ -46,7 +46,7 @@ TEST_F(GenerateValidator, RefusesAndReportsEveryOtherLength) {
   }
 }
 
-TEST_F(GenerateValidator, RefusesSilentlyWhenItIsNotToLog) {
+TEST_F(GenerateValidator, RejectsSilentlyWhenItIsNotToLog) {
   EXPECT_FALSE(is_valid(2047, false));
   EXPECT_TRUE(is_valid(2048, false));
   EXPECT_THAT(server.records(), IsEmpty());
@@ -59,15 +59,15 @@ TEST_F(GenerateValidator, FollowsTheMaximum) {
   rsa::maximum_rsa_key_size_current = 4096;
 }
 
-TEST(CheckLength, RefusesZeroAndNegativeLengths) {
+TEST(CheckLength, RejectsZeroAndNegativeLengths) {
   EXPECT_TRUE(rsa::check_length(0));
   EXPECT_TRUE(rsa::check_length(-1));
   EXPECT_FALSE(rsa::check_length(1));
   EXPECT_FALSE(rsa::check_length(2048));
 }
 
-// Neither is put to the library, which would refuse it too and queue an error.
-TEST(SetCtxProperties, RefusesNoContextAndNoBits) {
+// Neither is put to the library, which would reject it too and queue an error.
+TEST(SetCtxProperties, RejectsNoContextAndNoBits) {
   ERR_clear_error();
   EXPECT_TRUE(rsa::set_ctx_properties(nullptr, 2048));
   const halvex_encryption::Pkey_ctx_ptr ctx{EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr)};
@@ -77,7 +77,7 @@ TEST(SetCtxProperties, RefusesNoContextAndNoBits) {
   EXPECT_FALSE(rsa::set_ctx_properties(ctx.get(), 2048));
 }
 
-TEST(SetCtxProperties, RefusesALengthThatOpensslRefuses) {
+TEST(SetCtxProperties, FailsForALengthThatOpensslRejects) {
   const halvex_encryption::Pkey_ctx_ptr ctx{EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr)};
   ASSERT_EQ(EVP_PKEY_keygen_init(ctx.get()), 1);
   EXPECT_TRUE(rsa::set_ctx_properties(ctx.get(), 1));
@@ -183,14 +183,14 @@ TEST_F(KeyGenerate, LengthThatIsNoLengthGeneratesNothingSilently) {
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
-TEST_F(KeyGenerate, LengthThatOpensslRefusesGeneratesNothingSilently) {
+TEST_F(KeyGenerate, LengthThatOpensslRejectsGeneratesNothingSilently) {
   rsa::RSA_key_generate key(metadata(), 1);
   EXPECT_TRUE(write(key, true).failed);
   EXPECT_THAT(server.records(), IsEmpty());
   ERR_clear_error();
 }
 
-TEST_F(KeyGenerate, ConfigurationGetsTheContextAndTheLengthAndMayRefuseSilently) {
+TEST_F(KeyGenerate, ConfigurationGetsTheContextAndTheLengthAndMayFailSilently) {
   int seen_bits = 0;
   EVP_PKEY_CTX *seen_ctx = nullptr;
   Key_generate_base key(

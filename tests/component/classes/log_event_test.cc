@@ -15,7 +15,7 @@ using halvex_encryption::utilities::LogEvent;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class LogEventTest : public Class_test {
+class LogEventLine : public Class_test {
  protected:
   // Calls set_message with variable arguments.
   static void set_message(LogEvent &event, const char *format, ...) {
@@ -26,13 +26,13 @@ class LogEventTest : public Class_test {
   }
 };
 
-TEST_F(LogEventTest, WithoutAMessageSubmitsTheLineAndFreesTheBufferItself) {
+TEST_F(LogEventLine, WithoutAMessageSubmitsTheLineAndFreesTheBufferItself) {
   { const LogEvent event; }
   EXPECT_THAT(server.log_calls(),
               ElementsAre("create_line", "allocate 8192", "submit", "release_line", "free"));
 }
 
-TEST_F(LogEventTest, WithoutAnErrorCodeLookupAddsIt) {
+TEST_F(LogEventLine, WithoutAnErrorCodeLookupAddsIt) {
   LogEvent().lookup_quoted(13917, "tag", "one");
   EXPECT_THAT(server.log_calls(),
               ElementsAre("create_line", "allocate 8192", "message_template 13917", "has_item 2",
@@ -43,14 +43,14 @@ TEST_F(LogEventTest, WithoutAnErrorCodeLookupAddsIt) {
   EXPECT_EQ(server.records()[0].message, "tag: 'one'");
 }
 
-TEST_F(LogEventTest, WithAnErrorCodeLookupAddsNone) {
+TEST_F(LogEventLine, WithAnErrorCodeLookupAddsNone) {
   LogEvent().error_code(13915).lookup_quoted(13917, "tag", "one");
   ASSERT_EQ(server.records().size(), 1U);
   EXPECT_EQ(server.records()[0].code, 13915);
   EXPECT_EQ(server.records()[0].message, "tag: 'one'");
 }
 
-TEST_F(LogEventTest, WithoutATagTheFormatStandsAlone) {
+TEST_F(LogEventLine, WithoutATagTheFormatStandsAlone) {
   {
     LogEvent event;
     set_message(event, "%s and %lld", "one", 2LL);
@@ -59,7 +59,7 @@ TEST_F(LogEventTest, WithoutATagTheFormatStandsAlone) {
   EXPECT_EQ(server.records()[0].message, "one and 2");
 }
 
-TEST_F(LogEventTest, MessageLimitHoldsWithoutATagToo) {
+TEST_F(LogEventLine, MessageLimitHoldsWithoutATagToo) {
   for (const size_t length : {8191UL, 8192UL, 20000UL}) {
     server.forget_records();
     const std::string text(length, 'x');
@@ -73,7 +73,7 @@ TEST_F(LogEventTest, MessageLimitHoldsWithoutATagToo) {
   }
 }
 
-TEST_F(LogEventTest, WithoutALineSetsNoMessageAndSubmitsNothing) {
+TEST_F(LogEventLine, WithoutALineSetsNoMessageAndSubmitsNothing) {
   server.refuse_lines();
   LogEvent().priority(1).lookup_quoted(13917, "tag", "one");
   EXPECT_THAT(server.log_calls(), ElementsAre("create_line", "add_item 65536 (null)",

@@ -38,7 +38,7 @@ Signed sign(Key_usage_sign &&signer, const std::string &message, const std::stri
   return out;
 }
 
-bool refuses(Key_usage_sign &&verifier, const std::string &message, const std::string &signature,
+bool rejects(Key_usage_sign &&verifier, const std::string &message, const std::string &signature,
              const std::string &digest) {
   return verifier.verify(bytes(message), message.size(), bytes(signature), signature.size(),
                          digest);
@@ -61,7 +61,7 @@ TEST_F(RsaSignVerify, PssSignatureVerifies) {
   const Signed signature = sign(pss("rsa2048.pem"), "message", "SHA256");
   ASSERT_FALSE(signature.failed);
   EXPECT_EQ(signature.length, 256U);
-  EXPECT_FALSE(refuses(pss("rsa2048-public.pem"), "message", signature.text(), "SHA256"));
+  EXPECT_FALSE(rejects(pss("rsa2048-public.pem"), "message", signature.text(), "SHA256"));
   EXPECT_TRUE(
       reference_verifies_pss(fixture("rsa2048-public.pem"), "SHA256", "message", signature.text()));
   EXPECT_THAT(server.records(), IsEmpty());
@@ -76,7 +76,7 @@ TEST_F(RsaSignVerify, SigningWithAPublicKeyFailsWithoutARecord) {
 
 TEST_F(RsaSignVerify, VerifyingWithAPrivateKeyFailsWithoutARecord) {
   const std::string signature = sign(pss("rsa2048.pem"), "message", "SHA256").text();
-  EXPECT_TRUE(refuses(pss("rsa2048.pem"), "message", signature, "SHA256"));
+  EXPECT_TRUE(rejects(pss("rsa2048.pem"), "message", signature, "SHA256"));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
@@ -85,19 +85,19 @@ TEST_F(RsaSignVerify, EmptyMessageNoCapacityOrUnknownDigestFailsWithoutARecord) 
   EXPECT_TRUE(sign(pss("rsa2048.pem"), "message", "SHA256", 0).failed);
   EXPECT_TRUE(sign(pss("rsa2048.pem"), "message", "MD5").failed);
   EXPECT_TRUE(sign(pss("rsa2048.pem"), "message", "sha256").failed);
-  EXPECT_TRUE(refuses(pss("rsa2048-public.pem"), "", "signature", "SHA256"));
-  EXPECT_TRUE(refuses(pss("rsa2048-public.pem"), "message", "signature", "MD5"));
+  EXPECT_TRUE(rejects(pss("rsa2048-public.pem"), "", "signature", "SHA256"));
+  EXPECT_TRUE(rejects(pss("rsa2048-public.pem"), "message", "signature", "MD5"));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
-TEST_F(RsaSignVerify, EmptySignatureIsNotRefusedAtOnceButDoesNotMatch) {
-  EXPECT_TRUE(refuses(pss("rsa2048-public.pem"), "message", "", "SHA256"));
+TEST_F(RsaSignVerify, EmptySignatureIsNotRejectedAtOnceButDoesNotMatch) {
+  EXPECT_TRUE(rejects(pss("rsa2048-public.pem"), "message", "", "SHA256"));
   EXPECT_THAT(server.records(), ElementsAre(IsOpensslRecord("a_function", "RSA")));
 }
 
 TEST_F(RsaSignVerify, SignatureThatDoesNotMatchIsReportedByOpenssl) {
   const std::string signature = sign(pss("rsa2048.pem"), "message", "SHA256").text();
-  EXPECT_TRUE(refuses(pss("rsa2048-public.pem"), "massage", signature, "SHA256"));
+  EXPECT_TRUE(rejects(pss("rsa2048-public.pem"), "massage", signature, "SHA256"));
   EXPECT_THAT(server.records(), ElementsAre(IsOpensslRecord("a_function", "RSA")));
 }
 
@@ -125,39 +125,39 @@ class RsaLegacyVerifier : public RsaSignVerify {
 };
 
 TEST_F(RsaLegacyVerifier, Pkcs1SignatureOfADigestVerifiesHereOnly) {
-  EXPECT_FALSE(refuses(legacy("rsa2048-public.pem"), digest, signature, "SHA256"));
+  EXPECT_FALSE(rejects(legacy("rsa2048-public.pem"), digest, signature, "SHA256"));
   EXPECT_THAT(server.records(), IsEmpty());
-  EXPECT_TRUE(refuses(pss("rsa2048-public.pem"), digest, signature, "SHA256"));
+  EXPECT_TRUE(rejects(pss("rsa2048-public.pem"), digest, signature, "SHA256"));
 }
 
 // A result of 0 counts as success.
 TEST_F(RsaLegacyVerifier, SignatureThatDoesNotMatchIsSuccess) {
-  EXPECT_FALSE(refuses(legacy("rsa2048-public.pem"), reference_digest("SHA256", "another"),
+  EXPECT_FALSE(rejects(legacy("rsa2048-public.pem"), reference_digest("SHA256", "another"),
                        signature, "SHA256"));
-  EXPECT_FALSE(refuses(legacy("rsa2048-other-public.pem"), digest, signature, "SHA256"));
+  EXPECT_FALSE(rejects(legacy("rsa2048-other-public.pem"), digest, signature, "SHA256"));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
 TEST_F(RsaLegacyVerifier, NegativeResultFailsWithoutARecord) {
-  EXPECT_TRUE(refuses(legacy("ec-p256-public.pem"), digest, "not DER", "SHA256"));
+  EXPECT_TRUE(rejects(legacy("ec-p256-public.pem"), digest, "not DER", "SHA256"));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
 TEST_F(RsaLegacyVerifier, Sha3AndUnknownNamesFailWithoutARecord) {
   for (const char *name : {"SHA3-224", "SHA3-256", "SHA3-384", "SHA3-512", "MD5", "sha256", ""}) {
-    EXPECT_TRUE(refuses(legacy("rsa2048-public.pem"), digest, signature, name)) << name;
+    EXPECT_TRUE(rejects(legacy("rsa2048-public.pem"), digest, signature, name)) << name;
   }
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
 TEST_F(RsaLegacyVerifier, EmptyMessageOrPrivateKeyFailsWithoutARecord) {
-  EXPECT_TRUE(refuses(legacy("rsa2048-public.pem"), "", signature, "SHA256"));
-  EXPECT_TRUE(refuses(legacy("rsa2048.pem"), digest, signature, "SHA256"));
+  EXPECT_TRUE(rejects(legacy("rsa2048-public.pem"), "", signature, "SHA256"));
+  EXPECT_TRUE(rejects(legacy("rsa2048.pem"), digest, signature, "SHA256"));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
 TEST_F(RsaLegacyVerifier, KeyThatCannotVerifyFailsWithoutARecord) {
-  EXPECT_TRUE(refuses(legacy("ed25519-public.pem"), digest, signature, "SHA256"));
+  EXPECT_TRUE(rejects(legacy("ed25519-public.pem"), digest, signature, "SHA256"));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 

@@ -97,7 +97,7 @@ TEST(LoadingCalls, InitAndDeinitMakeNone) {
   EXPECT_THAT(recorder.calls(), IsEmpty());
 }
 
-TEST(LoadingCalls, TheDigestBufferIsAsLargeAsOpensslSaysAtLoad) {
+TEST(LoadingCalls, TheDigestBufferIsAsLargeAsOpensslReportsAtLoad) {
   const Recording_server server;
   Openssl_recorder recorder(Forced_failure{"EVP_MD_get_size", 1, 48});
   Loaded_component component;
@@ -171,7 +171,7 @@ TEST_F(OpensslCalls, PrivateKeyIsGeneratedThenWrittenWithoutEncryption) {
                   "BIO_free bio1", "EVP_PKEY_free key1", "ERR_clear_error"));
 }
 
-TEST_F(OpensslCalls, RefusedKeyLengthOnlyClearsTheQueue) {
+TEST_F(OpensslCalls, RejectedKeyLengthOnlyClearsTheQueue) {
   EXPECT_THAT(calls_of("create_asymmetric_priv_key", {"RSA", 1024}),
               ElementsAre("ERR_clear_error"));
 }

@@ -348,7 +348,7 @@ TEST_F(OpensslFailures, DecryptionWithPaddingThatCannotBeSetReadsPkcs1) {
   EXPECT_EQ(call("asymmetric_decrypt", {"RSA", ciphertext, private_key()}).row.bytes, "hello");
 }
 
-TEST_F(OpensslFailures, VerificationWithPaddingThatCannotBeSetRefusesAPssSignature) {
+TEST_F(OpensslFailures, VerificationWithPaddingThatCannotBeSetRejectsAPssSignature) {
   const Working_call working = verification();
   const Openssl_recorder recorder(Forced_failure{"EVP_PKEY_CTX_set_rsa_padding", 1, -2});
   EXPECT_THAT(call(working.function, working.arguments), IsSqlNull());

@@ -1,4 +1,4 @@
-// Key_usage_encryption and Key_usage_sign when their subclass refuses to set up the context: the
+// Key_usage_encryption and Key_usage_sign when their subclass fails to set up the context: the
 // call fails, and nobody reports it.
 
 #include <openssl/rsa.h>
@@ -16,14 +16,14 @@ using halvex_encryption::rsa::RSA_encrypt_decrypt;
 using halvex_encryption::rsa::RSA_sign_verify;
 using ::testing::IsEmpty;
 
-struct Refusing_encryption : RSA_encrypt_decrypt {
-  explicit Refusing_encryption(const std::string &pem)
+struct Failing_encryption : RSA_encrypt_decrypt {
+  explicit Failing_encryption(const std::string &pem)
       : RSA_encrypt_decrypt("a_function", "rsa", pem.data(), pem.size(), RSA_PKCS1_OAEP_PADDING) {}
   bool set_ctx_properties(EVP_PKEY_CTX * /*ctx*/) noexcept override { return true; }
 };
 
-struct Refusing_signature : RSA_sign_verify {
-  explicit Refusing_signature(const std::string &pem)
+struct Failing_signature : RSA_sign_verify {
+  explicit Failing_signature(const std::string &pem)
       : RSA_sign_verify(Key_reader("a_function", "rsa", pem.data(), pem.size(),
                                    halvex_encryption::rsa::pkcs1_key_reader),
                         Function_metadata("a_function", "rsa"), RSA_PKCS1_PSS_PADDING) {}
@@ -32,7 +32,7 @@ struct Refusing_signature : RSA_sign_verify {
   }
 };
 
-class RefusedProperties : public Class_test {
+class FailingProperties : public Class_test {
  protected:
   std::string private_key = fixture("rsa2048.pem");
   std::string public_key = fixture("rsa2048-public.pem");
@@ -40,34 +40,34 @@ class RefusedProperties : public Class_test {
   unsigned long length = 77;
 };
 
-TEST_F(RefusedProperties, EndEncryptionSilently) {
-  EXPECT_TRUE(Refusing_encryption(public_key).encrypt(bytes("text"), 4, bytes(out), 256, &length));
+TEST_F(FailingProperties, EndEncryptionSilently) {
+  EXPECT_TRUE(Failing_encryption(public_key).encrypt(bytes("text"), 4, bytes(out), 256, &length));
   EXPECT_EQ(length, 0U);
   EXPECT_EQ(out, std::string(256, '#'));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
-TEST_F(RefusedProperties, EndDecryptionSilently) {
+TEST_F(FailingProperties, EndDecryptionSilently) {
   const std::string cipher = reference_encrypt(public_key, "text", RSA_PKCS1_OAEP_PADDING);
   EXPECT_TRUE(
-      Refusing_encryption(private_key).decrypt(bytes(cipher), 256, bytes(out), 256, &length));
+      Failing_encryption(private_key).decrypt(bytes(cipher), 256, bytes(out), 256, &length));
   EXPECT_EQ(length, 0U);
   EXPECT_EQ(out, std::string(256, '#'));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
-TEST_F(RefusedProperties, EndSigningSilently) {
+TEST_F(FailingProperties, EndSigningSilently) {
   EXPECT_TRUE(
-      Refusing_signature(private_key).sign(bytes("text"), 4, bytes(out), 256, &length, "SHA256"));
+      Failing_signature(private_key).sign(bytes("text"), 4, bytes(out), 256, &length, "SHA256"));
   EXPECT_EQ(length, 0U);
   EXPECT_EQ(out, std::string(256, '#'));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
-TEST_F(RefusedProperties, EndVerificationSilently) {
+TEST_F(FailingProperties, EndVerificationSilently) {
   const std::string signature = reference_sign_pss(private_key, "SHA256", "text");
   EXPECT_TRUE(
-      Refusing_signature(public_key).verify(bytes("text"), 4, bytes(signature), 256, "SHA256"));
+      Failing_signature(public_key).verify(bytes("text"), 4, bytes(signature), 256, "SHA256"));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
