@@ -18,7 +18,7 @@ SELECT p.oid::regprocedure AS function, obj_description(p.oid, 'pg_proc') AS des
   JOIN pg_extension AS e ON e.oid = d.refobjid AND e.extname = 'halvex_encryption'
   ORDER BY p.oid::regprocedure::text;
 
--- An older installation becomes the same by an update.
+\echo -- An older installation becomes the same by an update.
 CREATE VIEW declarations AS
   SELECT p.oid::regprocedure::text AS function, pg_get_functiondef(p.oid) AS definition, proacl::text AS acl,
          obj_description(p.oid, 'pg_proc') AS description
@@ -34,7 +34,7 @@ TABLE newly_installed EXCEPT TABLE declarations;
 TABLE declarations EXCEPT TABLE newly_installed;
 SELECT extversion FROM pg_extension WHERE extname = 'halvex_encryption';
 
--- It can be moved, dropped and made again.
+\echo -- It can be moved, dropped and made again.
 CREATE SCHEMA crypto;
 ALTER EXTENSION halvex_encryption SET SCHEMA crypto;
 SELECT crypto.create_digest('SHA256', 'abc');
@@ -43,7 +43,7 @@ SELECT crypto.create_digest('SHA256', 'abc');
 CREATE EXTENSION halvex_encryption SCHEMA crypto;
 SELECT crypto.create_digest('SHA256', 'abc');
 
--- Not for everybody to install.
+\echo -- Not for everybody to install.
 DROP EXTENSION halvex_encryption;
 CREATE ROLE somebody;
 GRANT CREATE ON DATABASE halvex TO somebody;

@@ -8,7 +8,7 @@ SELECT pg_typeof(create_asymmetric_priv_key('RSA', 2048)) AS priv_key,
        pg_typeof(asymmetric_verify('RSA', 'data', '', :'public_key', 'SHA256')) AS verify,
        pg_typeof(create_digest('SHA256', 'data')) AS digest;
 
--- Digests of text and of bytes; every name, in any letter case.
+\echo -- Digests of text and of bytes; every name, in any letter case.
 SELECT name, create_digest(name, 'abc') AS digest
   FROM unnest(ARRAY['SHA224', 'SHA256', 'SHA384', 'SHA512', 'SHA3-224', 'SHA3-256', 'SHA3-384',
                     'SHA3-512', 'sha256', 'Sha3-512']) WITH ORDINALITY AS names(name, number)
@@ -20,7 +20,7 @@ SELECT create_digest('SHA256', 'abc'::text) = create_digest('SHA256', '\x616263'
 SELECT name, create_digest(name, 'abc') IS NULL AS unknown
   FROM unnest(ARRAY['SHA-256', 'SHA1', 'MD5', 'SHA3_512', '']) AS name;
 
--- Values that the server keeps compressed or elsewhere are whole again when they arrive.
+\echo -- Values that the server keeps compressed or elsewhere are whole again when they arrive.
 CREATE TABLE large (kind text, content text);
 ALTER TABLE large ALTER content SET STORAGE EXTENDED;
 INSERT INTO large VALUES ('compressed', repeat('a', 1000000)),
@@ -30,7 +30,7 @@ SELECT kind, pg_column_size(content) < length(content) AS compressed,
        create_digest('SHA256', content) = sha256(convert_to(content, 'UTF8')) AS right_digest
   FROM large ORDER BY kind;
 
--- There and back, for text and bytes.
+\echo -- There and back, for text and bytes.
 SELECT convert_from(asymmetric_decrypt('RSA', asymmetric_encrypt('RSA', 'Grüße', :'public_key'),
                                        :'private_key'), 'UTF8') AS text,
        asymmetric_decrypt('rsa', asymmetric_encrypt('rsa', '\x00fe00'::bytea, :'public_key'),
@@ -49,17 +49,17 @@ SELECT length(signature) AS signature_length,
 SELECT asymmetric_verify('RSA', 'm', asymmetric_sign('RSA', 'm'::bytea, :'private_key', 'SHA3-256'),
                          :'public_key', 'SHA3-224') AS sha3_256_is_sha3_224;
 
--- Keys.
+\echo -- Keys.
 SELECT create_asymmetric_pub_key('RSA', :'private_key') = :'public_key' || E'\n' AS right_public_key;
 SELECT left(key, 28) AS first_line, key LIKE E'%\n-----END PRIVATE KEY-----\n' AS ends,
        asymmetric_verify('RSA', 'm', asymmetric_sign('RSA', 'm', key, 'SHA256'),
                          create_asymmetric_pub_key('RSA', key), 'SHA256') AS works
   FROM (SELECT create_asymmetric_priv_key('RSA', 2048) AS key OFFSET 0) AS made;
--- A smaller integer type will do; each row gets a key of its own.
+\echo -- A smaller integer type will do; each row gets a key of its own.
 SELECT count(DISTINCT create_asymmetric_priv_key('RSA', bits)) AS keys
   FROM unnest(ARRAY[2048, 2048]::smallint[]) AS bits;
 
--- No matter where they are called from.
+\echo -- No matter where they are called from.
 PREPARE digest_of (text) AS SELECT create_digest('SHA256', $1);
 EXECUTE digest_of ('abc');
 EXECUTE digest_of ('abd');

@@ -25,6 +25,6 @@ SELECT create_digest(NULL, 'abc');
 SELECT create_digest('SHA256', NULL);
 SELECT create_digest('SHA256', NULL::bytea);
 
--- In a table: one record per row that has a NULL, and the other rows have values.
+\echo -- In a table: one record per row that has a NULL, and the other rows have values.
 SELECT n, create_digest('SHA256', CASE WHEN n <> 2 THEN n::text END) IS NULL AS is_null
   FROM generate_series(1, 3) AS n;

@@ -17,7 +17,7 @@ SET ROLE somebody;
 SELECT length(asymmetric_sign('RSA', 'data', :'private_key', 'SHA256')) AS sign;
 SELECT asymmetric_sign('RSA', 'data'::bytea, 'key', 'SHA256');
 
--- Signing without seeing the key: a function of its owner.
+\echo -- Signing without seeing the key: a function of its owner.
 RESET ROLE;
 REVOKE EXECUTE ON FUNCTION asymmetric_sign(text, text, text, text) FROM somebody;
 CREATE TABLE signing_key (private_key text);

@@ -23,7 +23,7 @@ SELECT asymmetric_sign('RSA', 'data', :'private_key', 'SHA1');
 SELECT asymmetric_verify('RSA', 'data', repeat('x', 256)::bytea, :'public_key', 'SHA256');
 SELECT asymmetric_verify('RSA', 'data', '', :'private_key', 'SHA256');
 
--- What a user passed is quoted as text of the database, whatever it was.
+\echo -- What a user passed is quoted as text of the database, whatever it was.
 SELECT create_asymmetric_priv_key(E'\u00fcber', 2048);
 SELECT create_asymmetric_priv_key(E'two\nlines', 2048);
 SELECT create_digest('SHA1', 'abc') IS NULL AS an_unknown_digest_is_no_record;

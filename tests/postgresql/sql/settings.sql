@@ -6,7 +6,7 @@ SELECT name, setting, unit, category, short_desc, extra_desc, context, vartype, 
   FROM pg_settings WHERE name LIKE '%halvex_encryption.%' ORDER BY name;
 \x off
 
--- They are the server's, not a session's.
+\echo -- They belong to the server, not to a session.
 SET component_halvex_encryption.maximum_rsa_key_size = 8192;
 SET component_halvex_encryption.rsa_support_legacy_padding = on;
 SET LOCAL component_halvex_encryption.maximum_rsa_key_size = 8192;
@@ -15,7 +15,7 @@ ALTER ROLE postgres SET component_halvex_encryption.rsa_support_legacy_padding =
 CREATE FUNCTION f() RETURNS void LANGUAGE sql
   SET component_halvex_encryption.rsa_support_legacy_padding = on AS '';
 
--- Multiples of 1024 from 2048 to 16384.
+\echo -- Multiples of 1024 from 2048 to 16384.
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 1024;
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 2047;
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 3000;
@@ -25,7 +25,7 @@ ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 17408;
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 0;
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = -2048;
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 'many';
--- 4096 and 2 to the 32nd power: beyond what a setting of this server can be.
+\echo -- 4096 and 2 to the 32nd power: beyond what a setting of this server can be.
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 4294971392;
 ALTER SYSTEM SET component_halvex_encryption.rsa_support_legacy_padding = 'maybe';
 ALTER SYSTEM SET component_halvex_encryption.no_such_setting = 1;
@@ -35,17 +35,17 @@ ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 2048;
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 3072;
 ALTER SYSTEM SET component_halvex_encryption.maximum_rsa_key_size = 16384;
 ALTER SYSTEM SET component_halvex_encryption.rsa_support_legacy_padding = off;
--- Until a reload nothing has changed.
+\echo -- Until a reload nothing has changed.
 SHOW component_halvex_encryption.maximum_rsa_key_size;
 
--- The level of the records is for the administrator too.
+\echo -- The level of the records is for the administrator too.
 SET halvex_encryption.record_level = debug1;
 SHOW halvex_encryption.record_level;
 SET halvex_encryption.record_level = error;
 RESET halvex_encryption.record_level;
 SET halvex_encryption.no_such_setting = 1;
 
--- Only for who may change the server.
+\echo -- Only for who may change the server.
 CREATE ROLE somebody;
 SET ROLE somebody;
 SHOW component_halvex_encryption.maximum_rsa_key_size;
