@@ -45,6 +45,28 @@ query() {
   psql_on "$cluster" -q -t -A "$@" <<<"$sql"
 }
 
+# open_session CLUSTER [psql option]...: one session, which `ask` then speaks to. Its errors are answers too.
+open_session() { coproc session { psql_on "$@" -q -t -A 2>&1; }; }
+
+# ask SQL: sends a statement to the session and sets `answer` to the first line that comes back.
+ask() {
+  printf '%s\n' "$1" >&"${session[1]}"
+  # shellcheck disable=SC2034  # the caller reads it
+  read -r answer <&"${session[0]}"
+}
+
+close_session() {
+  printf '%s\n' '\q' >&"${session[1]}"
+  # shellcheck disable=SC2154  # coproc sets session_PID
+  wait "$session_PID"
+}
+
+milliseconds() { printf '%s' $(($(date +%s%N) / 1000000)); }
+
+check_no_crash() {
+  check_equal 'crashes' 0 "$(cat "$clusters_folder"/*/server.log | grep -c 'terminated by signal' || true)"
+}
+
 # wait_until WHAT COMMAND...: for up to 60 seconds.
 wait_until() {
   local what=$1 deadline=$((SECONDS + 60))

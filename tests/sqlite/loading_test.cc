@@ -71,6 +71,11 @@ class SqliteLoading : public testing::Test {
     EXPECT_EQ(connection.value("SELECT length(create_digest('SHA256', 'abc'))"), "32");
   }
 
+  void expect_loads() {
+    EXPECT_EQ(database.load(extension_path()), "");
+    expect_working(database);
+  }
+
   // A statement that makes a record works although a destination of the log fails, as one more
   // record says.
   static void expect_a_record_of(Database &connection, const std::string &failure) {
@@ -83,16 +88,12 @@ class SqliteLoading : public testing::Test {
   Database database{Database::Extension::absent};
 };
 
-TEST_F(SqliteLoading, FindsTheComponentBesideItself) {
-  EXPECT_EQ(database.load(extension_path()), "");
-  expect_working(database);
-}
+TEST_F(SqliteLoading, FindsTheComponentBesideItself) { expect_loads(); }
 
 TEST_F(SqliteLoading, FindsTheComponentThatTheEnvironmentNames) {
   fs::copy_file(component_path(), folder / "somewhere else.so");
   setenv("HALVEX_COMPONENT", (folder / "somewhere else.so").c_str(), 1);
-  EXPECT_EQ(database.load(extension_path()), "");
-  expect_working(database);
+  expect_loads();
 }
 
 TEST_F(SqliteLoading, CanBeLoadedTwice) {
@@ -106,8 +107,7 @@ TEST_F(SqliteLoading, MissingComponentIsNamed) {
             "There is no component file '" + (folder / "none.so") + "'.");
   EXPECT_EQ(database.error("SELECT create_digest('SHA256', 'abc')"),
             "no such function: create_digest");
-  EXPECT_EQ(database.load(extension_path()), "");
-  expect_working(database);
+  expect_loads();
 }
 
 TEST_F(SqliteLoading, DamagedComponentIsNamed) {
@@ -123,8 +123,7 @@ TEST_F(SqliteLoading, DamagedComponentIsNamed) {
                 StartsWith("The component file '" + path + "' cannot be loaded: "))
         << name;
   }
-  EXPECT_EQ(database.load(extension_path()), "");
-  expect_working(database);
+  expect_loads();
 }
 
 TEST_F(SqliteLoading, FileThatIsNoComponentIsNamed) {
@@ -136,8 +135,7 @@ TEST_F(SqliteLoading, ComponentThatFailsToStartIsNamed) {
   setenv("COUNTING_COMPONENT_FAILS", "1", 1);
   EXPECT_THAT(error_with_component(HALVEX_COUNTING_COMPONENT), HasSubstr("refused to start"));
   unsetenv("COUNTING_COMPONENT_FAILS");
-  EXPECT_EQ(database.load(extension_path()), "");
-  expect_working(database);
+  expect_loads();
 }
 
 // Replaces the current folder and restores it.
@@ -238,7 +236,7 @@ TEST_F(SqliteLoading, FunctionOfTheProgramWithTheSameNameIsNamed) {
             "unable to delete/modify user-function due to active statements");
 }
 
-TEST_F(SqliteLoading, LackOfMemoryIsSaid) {
+TEST_F(SqliteLoading, OutOfMemoryIsReported) {
   int failures = 0;
   std::string error;
   do {
@@ -321,8 +319,7 @@ TEST_F(SqliteLoading, LogFileThatCannotBeOpenedIsNamed) {
   EXPECT_EQ(load_error(database, extension_path()),
             "Cannot open the log file '" + path + "': No such file or directory.");
   unsetenv("HALVEX_LOG_FILE");
-  EXPECT_EQ(database.load(extension_path()), "");
-  expect_working(database);
+  expect_loads();
 }
 
 TEST_F(SqliteLoading, AnExistingLogFileIsNarrowedToItsOwner) {

@@ -17,14 +17,8 @@ int deinit() {
   return test_component::functions().udf_unregister("failing_deinit", &was_registered);
 }
 
-const Dovrin_component descriptor{
-    "dovrin::failing_deinit",
-    test_component::no_provided_services,
-    test_component::registration_services,
-    test_component::no_metadata,
-    &init,
-    &deinit,
-};
+const Dovrin_component descriptor =
+    test_component::describe("dovrin::failing_deinit", init, deinit);
 
 }  // namespace
 

@@ -4,16 +4,8 @@
 
 namespace {
 
-int deinit() { return 0; }
-
-const Dovrin_component descriptor{
-    "dovrin::incomplete",
-    test_component::no_provided_services,
-    test_component::registration_services,
-    test_component::no_metadata,
-    nullptr,
-    &deinit,
-};
+const Dovrin_component descriptor =
+    test_component::describe("dovrin::incomplete", nullptr, test_component::nothing_to_undo);
 
 }  // namespace
 

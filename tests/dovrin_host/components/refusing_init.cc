@@ -1,5 +1,5 @@
-// A component whose init registers things, then fails without withdrawing them. With THROWING_INIT
-// it fails by an exception.
+// A component whose init registers things, then fails without unregistering them. With
+// THROWING_INIT it fails by an exception.
 
 #include <stdexcept>
 
@@ -19,16 +19,8 @@ int init() {
 #endif
 }
 
-int deinit() { return 0; }
-
-const Dovrin_component descriptor{
-    "dovrin::refusing_init",
-    test_component::no_provided_services,
-    test_component::registration_services,
-    test_component::no_metadata,
-    &init,
-    &deinit,
-};
+const Dovrin_component descriptor =
+    test_component::describe("dovrin::refusing_init", init, test_component::nothing_to_undo);
 
 }  // namespace
 

@@ -3,8 +3,8 @@
 // Each component is one source that includes this header and defines `init` and `deinit` callbacks.
 // Everything here is static: a component must share nothing with another one.
 
-#ifndef TESTS_SERVER_COMPONENTS_TEST_COMPONENT_H
-#define TESTS_SERVER_COMPONENTS_TEST_COMPONENT_H
+#ifndef TESTS_DOVRIN_HOST_COMPONENTS_TEST_COMPONENT_H
+#define TESTS_DOVRIN_HOST_COMPONENTS_TEST_COMPONENT_H
 
 #include "dovrin/component.h"
 #include "dovrin/services.h"
@@ -15,22 +15,25 @@ namespace test_component {
 
 [[maybe_unused]] static void *functions_slot = nullptr;
 [[maybe_unused]] static void *variables_slot = nullptr;
-[[maybe_unused]] static void *variables_withdrawal_slot = nullptr;
+[[maybe_unused]] static void *variable_unregistration_slot = nullptr;
 
 [[maybe_unused]] static const Dovrin_required_service registration_services[] = {
     {"udf_registration", &functions_slot},
     {"component_sys_variable_register", &variables_slot},
-    {"component_sys_variable_unregister", &variables_withdrawal_slot},
+    {"component_sys_variable_unregister", &variable_unregistration_slot},
     {nullptr, nullptr},
 };
 
-[[maybe_unused]] static const Dovrin_provided_service no_provided_services[] = {
-    {nullptr, nullptr},
-};
+[[maybe_unused]] static int nothing_to_undo() { return 0; }
 
-[[maybe_unused]] static const Dovrin_metadata no_metadata[] = {
-    {nullptr, nullptr},
-};
+// A descriptor of a component that provides no service.
+[[maybe_unused]] static Dovrin_component describe(
+    const char *name, int (*init)(), int (*deinit)(),
+    const Dovrin_required_service *required = registration_services) {
+  static const Dovrin_provided_service no_provided_services[] = {{nullptr, nullptr}};
+  static const Dovrin_metadata no_metadata[] = {{nullptr, nullptr}};
+  return {name, no_provided_services, required, no_metadata, init, deinit};
+}
 
 [[maybe_unused]] static const Dovrin_udf_registration &functions() {
   return *static_cast<const Dovrin_udf_registration *>(functions_slot);
@@ -40,8 +43,8 @@ namespace test_component {
   return *static_cast<const Dovrin_sys_variable_register *>(variables_slot);
 }
 
-[[maybe_unused]] static const Dovrin_sys_variable_unregister &variables_withdrawal() {
-  return *static_cast<const Dovrin_sys_variable_unregister *>(variables_withdrawal_slot);
+[[maybe_unused]] static const Dovrin_sys_variable_unregister &variable_unregistration() {
+  return *static_cast<const Dovrin_sys_variable_unregister *>(variable_unregistration_slot);
 }
 
 // An integer function that gives 1 for every row.
@@ -66,4 +69,4 @@ namespace test_component {
 
 }  // namespace test_component
 
-#endif  // TESTS_SERVER_COMPONENTS_TEST_COMPONENT_H
+#endif  // TESTS_DOVRIN_HOST_COMPONENTS_TEST_COMPONENT_H

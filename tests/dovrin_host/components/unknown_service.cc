@@ -16,16 +16,8 @@ const Dovrin_required_service required[] = {
 
 int init() { std::abort(); }
 
-int deinit() { return 0; }
-
-const Dovrin_component descriptor{
-    "dovrin::unknown_service",
-    test_component::no_provided_services,
-    required,
-    test_component::no_metadata,
-    &init,
-    &deinit,
-};
+const Dovrin_component descriptor = test_component::describe(
+    "dovrin::unknown_service", init, test_component::nothing_to_undo, required);
 
 }  // namespace
 

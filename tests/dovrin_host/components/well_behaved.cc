@@ -28,20 +28,13 @@ int init() {
 int deinit() {
   int was_registered = 0;
   const int failed =
-      test_component::variables_withdrawal().unregister_variable("well_behaved", "switch") +
-      test_component::variables_withdrawal().unregister_variable("well_behaved", "size") +
+      test_component::variable_unregistration().unregister_variable("well_behaved", "switch") +
+      test_component::variable_unregistration().unregister_variable("well_behaved", "size") +
       test_component::functions().udf_unregister("value", &was_registered);
   return failed == 0 && was_registered != 0 ? 0 : 1;
 }
 
-const Dovrin_component descriptor{
-    COMPONENT_NAME,
-    test_component::no_provided_services,
-    test_component::registration_services,
-    test_component::no_metadata,
-    &init,
-    &deinit,
-};
+const Dovrin_component descriptor = test_component::describe(COMPONENT_NAME, init, deinit);
 
 }  // namespace
 

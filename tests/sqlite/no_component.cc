@@ -1,3 +1,0 @@
-// A shared object that is no component: it lacks the entry.
-
-extern "C" __attribute__((visibility("default"))) int answer() { return 42; }
