@@ -26,7 +26,7 @@ CREATE TEMP TRIGGER account_changed AFTER UPDATE ON accounts BEGIN
                        format('%s: %d to %d', old.owner, old.balance, new.balance) AS entry
                 FROM audit)), temp.signing_key;
 END;
-CREATE VIEW checked_audit AS
+CREATE TEMP VIEW checked_audit AS
   SELECT id, entry,
          chain IS create_digest('SHA256', ifnull(lag(hex(chain)) OVER (ORDER BY id), '') || entry) AS in_place,
          asymmetric_verify('RSA', chain, signature, (SELECT public_key FROM public_key), 'SHA256') IS 1 AS signed
