@@ -59,13 +59,6 @@ add_debian_package(component component-halvex-encryption database components/hal
 RSA keys, encryption, signatures and message digests, on OpenSSL 3.")
 set(CPACK_DEBIAN_COMPONENT_PACKAGE_PACKAGE_SHLIBDEPS ON)
 
-add_debian_package(development component-halvex-encryption-dev libdevel packaging
-  "Binary interface of the Dovrin server and its components"
-  "The C++ headers that a component of the Dovrin database server, or a program
-that loads components, is compiled with; their CMake package
-(dovrin_interface) and pkg-config file (dovrin-interface).")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_PACKAGE_ARCHITECTURE all)
-
 if(HALVEX_BUILD_SQLITE_HOST)
   add_debian_package(sqlite sqlite3-halvex database hosts/sqlite
     "RSA keys, encryption, signatures and digests in SQLite"
@@ -90,5 +83,13 @@ CREATE EXTENSION halvex_encryption brings them into a database.")
   configure_file(prerm.in prerm @ONLY FILE_PERMISSIONS
                  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 endif()
+
+# After the others: what the folder of this file installs, the documents of all packages, looks at their modules.
+add_debian_package(development component-halvex-encryption-dev libdevel packaging
+  "Binary interface of the Dovrin server and its components"
+  "The C++ headers that a component of the Dovrin database server, or a program
+that loads components, is compiled with; their CMake package
+(dovrin_interface) and pkg-config file (dovrin-interface).")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_PACKAGE_ARCHITECTURE all)
 
 include(CPack)

@@ -1,5 +1,5 @@
 # Installs the documents that every Debian package has: its copyright, the changes of the project and those of the
-# package. The caller sets `package`, `version`, `maintainer` and `source_folder`. The date is SOURCE_DATE_EPOCH's, and
+# package, and the list of what the modules in it are linked with. The caller sets `package`, `version`, `maintainer` and `source_folder`. The date is SOURCE_DATE_EPOCH's, and
 # HALVEX_PACKAGE_REVISION in the environment is the part of the package's version behind the hyphen.
 
 set(folder $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/share/doc/${package})
@@ -17,3 +17,13 @@ file(CHMOD ${folder}/copyright ${folder}/changelog ${folder}/changelog.Debian
 configure_file(${source_folder}/packaging/lintian-overrides.in
                $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/share/lintian/overrides/${package} @ONLY)
 execute_process(COMMAND gzip -9nf ${folder}/changelog ${folder}/changelog.Debian COMMAND_ERROR_IS_FATAL ANY)
+
+# The modules as they were installed before this script runs.
+file(GLOB_RECURSE modules $ENV{DESTDIR}/*.so)
+if(modules)
+  execute_process(
+    COMMAND ${source_folder}/tools/make-sbom ${package} ${version}-${revision} $ENV{DESTDIR} ${modules}
+            --compiled-in nlohmann-json3-dev
+    OUTPUT_FILE ${folder}/sbom.spdx.json COMMAND_ERROR_IS_FATAL ANY)
+  file(CHMOD ${folder}/sbom.spdx.json PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+endif()
