@@ -8,6 +8,7 @@
 
 #include "dovrin_host/error_log.h"
 #include "dovrin_host/functions.h"
+#include "dovrin_host/legacy_padding.h"
 
 namespace {
 
@@ -66,6 +67,7 @@ constexpr std::array causes{
         "The result does not fit. No key that `create_asymmetric_priv_key` may create leads here."},
 };
 
+// Takes the remedy of the first one.
 constexpr const char *records_of_hosts = R"(
 ## Records of the hosts
 
@@ -73,7 +75,7 @@ Without a code and with the component `server`; in the SQLite host alone.
 
 | symbol | priority | cause | remedy |
 |---|---|---|---|
-| `LEGACY_PADDING_ON` | warning | `rsa_support_legacy_padding` was set to ON | Set it to OFF as soon as the old data is decrypted. |
+| `LEGACY_PADDING_ON` | warning | `rsa_support_legacy_padding` was set to ON | %s |
 | `LOG_SINK_FAILED` | error | a record could not be written to the log file or to standard error | Make room or repair the destination; it is tried again with the next record. |
 )";
 
@@ -123,6 +125,6 @@ int main() {
     const Catalogue_entry *const entry = dovrin_host::find_catalogue_entry(code);
     complete = (entry == nullptr || print_record(*entry)) && complete;
   }
-  std::fputs(records_of_hosts, stdout);
+  std::printf(records_of_hosts, dovrin_host::legacy_padding_hint);
   return complete ? 0 : 1;
 }

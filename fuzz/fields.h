@@ -1,6 +1,6 @@
-// How a fuzzing input is cut into the arguments of a call. Seeds can be read and written by hand:
+// How a fuzzing input is split into the arguments of a call. Seeds can be read and written by hand:
 // fields are separated by a line that holds only the ASCII record separator (0x1E), and the first
-// byte of a field says what it is:
+// byte of a field is its kind:
 //
 //   s...  a string: the rest of the field
 //   i...  an integer: the rest as a decimal number

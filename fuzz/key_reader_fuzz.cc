@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const halvex_encryption::Key_reader reader{"asymmetric_encrypt", "RSA", pem.data(), pem.size(),
                                                halvex_encryption::rsa::pkcs1_key_reader};
     require(reader.is_private == (text.find("PRIVATE KEY") != std::string_view::npos));
-    // A key, or one record that says why not.
+    // A key, or one record with the reason.
     require(submitted_records() - records_before == (reader.key ? 0U : 1U));
     require(!reader.key || EVP_PKEY_get_size(reader.key.get()) >= 0);
   }

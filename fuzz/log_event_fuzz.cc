@@ -2,12 +2,14 @@
 // the fields are the message's arguments (fields.h).
 
 #include <array>
-#include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "dovrin/services.h"
 #include "halvex_encryption/utilities.h"
 #include "linked_component.h"
+#include "support/record.h"
 
 namespace {
 
@@ -15,6 +17,8 @@ using halvex_encryption::utilities::report;
 using halvex_encryption::utilities::Report_site;
 using halvex_fuzz::Exact_copy;
 using halvex_fuzz::require;
+using halvex_test::message_of;
+using std::to_string;
 
 constexpr std::size_t most_fields = 4;
 constexpr std::size_t longest_message = 8191;
@@ -25,59 +29,46 @@ struct Texts {
   std::array<long long, most_fields> number;
 };
 
-std::string formatted(const char *format, ...) __attribute__((format(printf, 1, 2)));
-std::string formatted(const char *format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  std::va_list again;
-  va_copy(again, arguments);
-  const int length = std::vsnprintf(nullptr, 0, format, arguments);
-  va_end(arguments);
-  std::string text(static_cast<std::size_t>(length) + 1, '\0');
-  static_cast<void>(std::vsnprintf(text.data(), text.size(), format, again));
-  va_end(again);
-  text.pop_back();
-  return text;
-}
+// The message's arguments as texts.
+using Arguments = std::vector<std::string>;
 
-// Writes one record of each shape and returns what its template must have become.
-std::string report_texts(const Report_site &site, const Texts &a) {
+// Writes one record of each shape and returns the arguments that its message must have.
+Arguments report_texts(const Report_site &site, const Texts &a) {
   report(site, a.text[0], a.text[1], a.text[2]);
-  return formatted("%s | %s | %s", a.text[0], a.text[1], a.text[2]);
+  return {a.text[0], a.text[1], a.text[2]};
 }
 
-std::string report_length(const Report_site &site, const Texts &a) {
+Arguments report_length(const Report_site &site, const Texts &a) {
   const auto length = static_cast<unsigned long long>(a.number[0]);
   report(site, a.text[0], a.text[1], length);
-  return formatted("%s | %s | %llu", a.text[0], a.text[1], length);
+  return {a.text[0], a.text[1], to_string(length)};
 }
 
-std::string report_numbers(const Report_site &site, const Texts &a) {
+Arguments report_numbers(const Report_site &site, const Texts &a) {
   const auto size = static_cast<unsigned long long>(a.number[0]);
   report(site, size, a.text[0], a.text[1], a.number[1], a.number[2]);
-  return formatted("%llu | %s | %s | %lld | %lld", size, a.text[0], a.text[1], a.number[1],
-                   a.number[2]);
+  return {to_string(size), a.text[0], a.text[1], to_string(a.number[1]), to_string(a.number[2])};
 }
 
-std::string report_unknown(const Report_site &site, const Texts &a) {
+Arguments report_unknown(const Report_site &site, const Texts &a) {
   report(site, a.text[0]);
-  return "invalid error code";
+  return {"invalid error code"};
 }
 
 struct Shape {
   int code;
-  std::string (*report)(const Report_site &site, const Texts &arguments);
+  Arguments (*report)(const Report_site &site, const Texts &arguments);
 };
 
 constexpr std::array<Shape, 4> shapes{
     {{13927, report_texts}, {13925, report_length}, {13921, report_numbers}, {1, report_unknown}}};
 
-std::string expected_message(const std::string &text) {
-  std::string message = "Component component_halvex_encryption reported: '" + text + "'";
+// Truncated as the component does it: to 8191 bytes with a mark at their end.
+std::string truncated(std::string message) {
   if (message.size() > longest_message) {
-    constexpr std::string_view cut_mark = " <...>";
-    message.resize(longest_message - cut_mark.size());
-    message += cut_mark;
+    constexpr std::string_view mark = " <...>";
+    message.resize(longest_message - mark.size());
+    message += mark;
   }
   return message;
 }
@@ -103,10 +94,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   const Shape &shape = shapes.at(data[0] % shapes.size());
   const Report_site site{shape.code, 1, "utilities", "a_function"};
   const std::size_t records_before = halvex_test::submitted_records();
-  const std::string text = shape.report(site, arguments);
+  const std::string message = truncated(message_of(shape.report(site, arguments)));
   require(halvex_test::submitted_records() == records_before + 1);
   require(halvex_test::last_record().code == shape.code);
-  require(halvex_test::last_record().message == expected_message(text));
+  require(halvex_test::last_record().message == message);
   halvex_fuzz::check_server();
   return 0;
 }

@@ -21,23 +21,9 @@
 #include <string>
 
 #include "halvex_encryption/function_metadata.h"
+#include "halvex_encryption/openssl_owners.h"
 
 namespace halvex_encryption {
-
-// Calls one OpenSSL free function. Stateless, so the pointers below stay one word wide.
-template <auto free_function>
-struct Free_with {
-  template <typename Object>
-  void operator()(Object *object) const noexcept {
-    free_function(object);
-  }
-};
-
-using Bio_ptr = std::unique_ptr<BIO, Free_with<BIO_free>>;
-using Pkey_ptr = std::unique_ptr<EVP_PKEY, Free_with<EVP_PKEY_free>>;
-using Pkey_ctx_ptr = std::unique_ptr<EVP_PKEY_CTX, Free_with<EVP_PKEY_CTX_free>>;
-using Md_ctx_ptr = std::unique_ptr<EVP_MD_CTX, Free_with<EVP_MD_CTX_free>>;
-static_assert(sizeof(Pkey_ptr) == sizeof(EVP_PKEY *));
 
 // The digest of an upper-case name (SHA-2: FIPS 180-4, SHA-3: FIPS 202), or null for any other
 // text. The digest belongs to OpenSSL. Safe from any thread.

@@ -84,8 +84,8 @@ Status cannot_be_loaded(const std::string &path, const std::string &reason) {
 }
 
 // True if the file is an ELF file for another kind of processor than this library, about which the
-// dynamic loader says that there is no such file. The field lies at the same place in ELF files of
-// 32 and 64 bits.
+// dynamic loader reports that there is no such file. The field lies at the same place in ELF files
+// of 32 and 64 bits.
 bool is_for_another_processor(const std::string &path) {
   Dl_info own_object{};
   if (dladdr(&registry_table, &own_object) == 0) {

@@ -22,21 +22,16 @@
 #include <span>
 #include <vector>
 
+#include "halvex_encryption/openssl_owners.h"
+
 namespace dovrin_host {
 namespace {
 
-template <auto free_function>
-struct Free_with {
-  template <typename Object>
-  void operator()(Object *object) const noexcept {
-    free_function(object);
-  }
-};
-
+using halvex_encryption::Bio_ptr;
+using halvex_encryption::Free_with;
+using halvex_encryption::Pkey_ptr;
 using Library_context_ptr = std::unique_ptr<OSSL_LIB_CTX, Free_with<OSSL_LIB_CTX_free>>;
 using Provider_ptr = std::unique_ptr<OSSL_PROVIDER, Free_with<OSSL_PROVIDER_unload>>;
-using Bio_ptr = std::unique_ptr<BIO, Free_with<BIO_free>>;
-using Pkey_ptr = std::unique_ptr<EVP_PKEY, Free_with<EVP_PKEY_free>>;
 
 // A list of algorithms as OpenSSL takes it: an element without names ends it.
 using Algorithm_list = std::vector<OSSL_ALGORITHM>;

@@ -28,7 +28,7 @@ constexpr std::array services{
 constexpr int done = 0;
 constexpr int refused = 1;
 
-// The limits record of a registration, whose type the flag tells; nothing for an unknown flag.
+// The limits record of a registration, whose type the flag names; nothing for an unknown flag.
 std::optional<Variable_definition> definition_of(int type_flag, const void *limits) {
   Variable_definition definition;
   if (type_flag == DOVRIN_VARIABLE_BOOL) {

@@ -147,7 +147,7 @@ Status unknown(std::string_view name) {
   return Status::failure("There is no system variable '" + make_excerpt(name, longest_name) + "'.");
 }
 
-// Says for the whole process which thread is inside a component's callbacks.
+// Which thread of the process is inside a component's callbacks.
 class Setting_thread_scope {
  public:
   explicit Setting_thread_scope(std::atomic<std::thread::id> &thread) : thread_{thread} {

@@ -1,5 +1,6 @@
 #include "postgresql/settings.h"
 
+#include "dovrin_host/legacy_padding.h"
 #include "halvex_encryption/key_size_limits.h"
 #include "postgresql/component_calls.h"
 #include "postgresql/server_log.h"
@@ -10,11 +11,11 @@ namespace halvex_postgresql {
 namespace {
 
 constexpr const char *maximum_key_size_name = "component_halvex_encryption.maximum_rsa_key_size";
-constexpr const char *legacy_padding_name =
-    "component_halvex_encryption.rsa_support_legacy_padding";
-
 constexpr const char *record_level_name = "halvex_encryption.record_level";
 
+using dovrin_host::legacy_padding_hint;
+using dovrin_host::legacy_padding_name;
+using dovrin_host::legacy_padding_warning;
 using halvex_encryption::key_size_limits;
 
 constexpr config_enum_entry record_levels[] = {{"debug1", DEBUG1, false},
@@ -59,12 +60,8 @@ void assign_maximum_key_size(int new_value, void * /*extra*/) {
 }
 
 void warn_of_legacy_padding() {
-  warn(psprintf("%s is turned on", legacy_padding_name),
-       "While it is on, asymmetric_verify with a SHA-2 digest returns 1 for practically every "
-       "signature, forged ones included, and asymmetric_decrypt accepts PKCS#1 v1.5 padding: with "
-       "OpenSSL 3.2 or later it then returns made-up bytes for a damaged ciphertext, not NULL.",
-       "Turn it off as soon as nothing old is left to decrypt; do not rely on asymmetric_verify "
-       "meanwhile.");
+  warn(psprintf("%s is turned on", legacy_padding_name), legacy_padding_warning,
+       legacy_padding_hint);
 }
 
 // For ALTER SYSTEM, and for a session that loads the library: both come inside a transaction. A
@@ -100,11 +97,8 @@ void define_settings() {
   DefineCustomBoolVariable(
       legacy_padding_name,
       "Supports legacy padding in decryption and signature verification functions",
-      "Dangerous: while it is on, asymmetric_verify with a SHA-2 digest returns 1 for practically "
-      "every signature, forged ones included. With OpenSSL 3.2 or later, asymmetric_decrypt then "
-      "returns made-up bytes for a damaged ciphertext, not NULL.",
-      &legacy_padding, legacy_padding, PGC_SIGHUP, 0, check_legacy_padding, assign_legacy_padding,
-      nullptr);
+      legacy_padding_warning, &legacy_padding, legacy_padding, PGC_SIGHUP, 0, check_legacy_padding,
+      assign_legacy_padding, nullptr);
   DefineCustomEnumVariable(
       record_level_name, "Level of the messages that report why a function returned NULL",
       "With \"debug1\" or \"notice\" the server's log has none of them unless "

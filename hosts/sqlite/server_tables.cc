@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "dovrin/services.h"
+#include "dovrin_host/legacy_padding.h"
 #include "dovrin_host/server.h"
 #include "dovrin_host/versions.h"
 #include "sqlite/system_table.h"
@@ -69,20 +70,15 @@ std::vector<Cell> make_cells(Values &&...values) {
   return cells;
 }
 
-constexpr std::string_view legacy_padding_name =
-    "component_halvex_encryption.rsa_support_legacy_padding";
-
 void warn_of_legacy_padding() {
   dovrin_host::Log_record record;
   record.time = std::chrono::system_clock::now();
   record.priority = DOVRIN_PRIORITY_WARNING;
   record.symbol = "LEGACY_PADDING_ON";
   record.component = "server";
-  record.message = std::string{legacy_padding_name} +
-                   " is on: asymmetric_verify with a SHA-2 digest returns 1 for practically every "
-                   "signature, forged ones included. With OpenSSL 3.2 or later, "
-                   "asymmetric_decrypt returns made-up bytes for a damaged ciphertext, not NULL.";
-  record.hint = "Set it to OFF as soon as the old data is decrypted.";
+  record.message = std::string{dovrin_host::legacy_padding_name} + " is turned on. " +
+                   dovrin_host::legacy_padding_warning;
+  record.hint = dovrin_host::legacy_padding_hint;
   dovrin_host::Server::instance().error_log().submit(record);
 }
 
@@ -116,7 +112,7 @@ class Variables_table : public System_table {
     dovrin_host::System_variables &variables = dovrin_host::Server::instance().variables();
     Status status = variables.set(name, setting_of(value));
     const auto current = variables.get(name);
-    if (status.ok() && name == legacy_padding_name && current.ok() &&
+    if (status.ok() && name == dovrin_host::legacy_padding_name && current.ok() &&
         current.value() == Variable_value{true}) {
       warn_of_legacy_padding();
     }

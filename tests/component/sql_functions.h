@@ -19,7 +19,7 @@ struct Sql_function {
   // The function named in its records.
   std::string callback;
   std::vector<Argument> arguments;
-  // What init says about an argument of another type, in the order of the arguments.
+  // The message of init for an argument of another type, in the order of the arguments.
   std::vector<std::string> type_rejections;
   // The requirement that a record names for a NULL argument, and the line of that record.
   std::string null_requirement;

@@ -50,7 +50,7 @@ TEST_F(EncryptionVectors, OaepExamplesGiveTheirMessages) {
   }
 }
 
-// Expected: NULL; the attempt reports what the library says, then that decryption failed. The
+// Expected: NULL; the attempt reports the error of the library, then that decryption failed. The
 // ciphertexts are good, but their OAEP uses another digest or mask than SHA-1. Three of each file
 // show it.
 TEST_F(EncryptionVectors, OaepWithOtherDigestsIsRejected) {

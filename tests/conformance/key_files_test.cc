@@ -91,8 +91,8 @@ TEST_P(KeyFiles, DoInEveryFunctionWhatTheLibraryDoes) {
   RecordProperty("files", static_cast<int>(paths.size()));
 }
 
-// The same with the texts damaged: cut in the middle, a character of the body exchanged, the label
-// misspelt.
+// The same with the texts damaged: truncated in the middle, a character of the body exchanged, the
+// label misspelt.
 TEST_P(KeyFiles, DoInEveryFunctionWhatTheLibraryDoesWhenDamaged) {
   for (const auto &path : pem_files(GetParam())) {
     SCOPED_TRACE(path.string());

@@ -112,7 +112,7 @@ TEST_F(SignatureVectors, GeneratedPssSignaturesAreValid) {
 
 // Expected for the message itself: no v1.5 signature is a PSS one, so NULL while the switch is off,
 // and 1 while it is on, by lenience: the message is no digest (one key size shows it). Expected for
-// the message's digest: the same results, but now the library's own answer tells the file's
+// the message's digest: the same results, but now the library's own answer is the file's
 // verdict: 1 for "P", 0 else.
 TEST_F(SignatureVectors, Pkcs1VerificationNeedsTheLegacySwitch) {
   std::size_t passes = 0;
@@ -154,8 +154,8 @@ TEST_F(SignatureVectors, GeneratedPkcs1SignaturesAreValidInLegacyMode) {
   }
 }
 
-// Expected: NULL without any record, whatever the file says and the switch: the digest has no name
-// here.
+// Expected: NULL without any record, whatever the file's verdict and the switch: the digest has no
+// name here.
 TEST_F(SignatureVectors, Sha1SignaturesAreRejectedSilently) {
   std::size_t count = 0;
   for (const char *file : {"FIPS_186-2/SigVerPSS_186-3.rsp", "FIPS_186-2/SigVer15_186-3.rsp"}) {

@@ -217,7 +217,7 @@ TEST_F(UnusualKeys, PrivateTextOfTheLargestKeyFitsTheResultBuffer) {
   EXPECT_LE(longest + 1, site.instance().max_length);
 }
 
-// The library reads such a modulus and tells its size, and rejects only the operation.
+// The library reads such a modulus and gives its size, and rejects only the operation.
 TEST_F(UnusualKeys, KeysBeyondTheLargestFailInTheOperation) {
   const Key key = rsa_key(
       {{OSSL_PKEY_PARAM_RSA_N, std::string(16392 / 4, 'f')}, {OSSL_PKEY_PARAM_RSA_E, "10001"}});

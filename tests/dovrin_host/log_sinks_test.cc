@@ -239,8 +239,8 @@ TEST(LineSink, RecordsAroundATruncatedOneAreWholeLines) {
   EXPECT_TRUE(sink.value()->write(sample_record("a")).ok());
   {
     const File_size_limit limit{line.size() + 1 + 10};
-    const Status cut = sink.value()->write(sample_record("b"));
-    EXPECT_EQ(cut.message(), "Cannot write to the log file '" + path + "': File too large.");
+    const Status truncated = sink.value()->write(sample_record("b"));
+    EXPECT_EQ(truncated.message(), "Cannot write to the log file '" + path + "': File too large.");
     EXPECT_FALSE(sink.value()->write(sample_record("c")).ok());
   }
   EXPECT_TRUE(sink.value()->write(sample_record("d")).ok());

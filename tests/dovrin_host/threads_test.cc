@@ -79,7 +79,7 @@ TEST(ServerThreads, InstancesWorkWhileOthersTryToUninstall) {
   run_together(thread_count, [](int number) {
     for (int i = 0; i < 200; ++i) {
       if (number == 0) {
-        // Mostly refused; when it goes through, the component comes back at once.
+        // Fails mostly; when it succeeds, the component comes back at once.
         if (server().uninstall("dovrin::well_behaved").ok()) {
           EXPECT_TRUE(server().install(component_file).ok());
         }

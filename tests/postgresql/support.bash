@@ -85,7 +85,7 @@ shows() { [[ $(query "$1" "SHOW $2") == "$3" ]]; }
 key_variables=(-v "private_key=$(<"$fixtures/rsa2048.pem")" -v "public_key=$(<"$fixtures/rsa2048-public.pem")")
 
 # Puts the recording component where servers can read it, and has the ones that start from now on use
-# it. instances_noted tells how many lines of a kind ("init", "deinit") it has written.
+# it. instances_noted counts the lines of a kind ("init", "deinit") that it has written.
 use_probe() {
   probe_file=$clusters_folder/instances
   cp -- "$build/tests/postgresql/probe_component.so" "$clusters_folder/"

@@ -1,5 +1,5 @@
 // Gives C++ code and libcrypto memory that is never used twice, so that whatever was left in a
-// freed block stays to be found, and tells whose it was.
+// freed block stays to be found, and with it whose it was.
 //
 // The executable that links this must export its symbols (ENABLE_EXPORTS), so that its operator new
 // also serves objects loaded later. Any thread.

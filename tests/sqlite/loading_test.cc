@@ -76,8 +76,8 @@ class SqliteLoading : public testing::Test {
     expect_working(database);
   }
 
-  // A statement that makes a record works although a destination of the log fails, as one more
-  // record says.
+  // A statement that makes a record works although a destination of the log fails, which one more
+  // record reports.
   static void expect_a_record_of(Database &connection, const std::string &failure) {
     EXPECT_EQ(connection.value("SELECT create_digest('SHA256', NULL)"), "NULL");
     EXPECT_EQ(connection.value("SELECT message FROM dovrin_error_log WHERE code <> 13919"),
@@ -114,10 +114,10 @@ TEST_F(SqliteLoading, DamagedComponentIsNamed) {
   const std::string whole = bytes_of(component_path());
   write(folder / "empty.so", "");
   write(folder / "text.so", "This is no shared object.\n");
-  write(folder / "cut.so", whole.substr(0, whole.size() / 2));
+  write(folder / "half.so", whole.substr(0, whole.size() / 2));
   write(folder / "almost.so", whole.substr(0, whole.size() - 1));
   write(folder / "head.so", whole.substr(0, 100));
-  for (const char *const name : {"empty.so", "text.so", "cut.so", "almost.so", "head.so"}) {
+  for (const char *const name : {"empty.so", "text.so", "half.so", "almost.so", "head.so"}) {
     const std::string path = folder / name;
     EXPECT_THAT(error_with_component(path),
                 StartsWith("The component file '" + path + "' cannot be loaded: "))

@@ -258,11 +258,13 @@ TEST_F(SqliteErrorLog, TurningLegacyPaddingOnLeavesAWarning) {
       database.rows("SELECT priority, code, symbol, component, message FROM dovrin_error_log"),
       ElementsAre(ElementsAre(
           "'warning'", "0", "'LEGACY_PADDING_ON'", "'server'",
-          sql_text(padding +
-                   " is on: asymmetric_verify with a SHA-2 digest returns 1 for practically every "
-                   "signature, forged ones included. With OpenSSL 3.2 or later, "
-                   "asymmetric_decrypt returns made-up bytes for a damaged ciphertext, not "
-                   "NULL."))));
+          sql_text(
+              padding +
+              " is turned on. While it is on, asymmetric_verify with a SHA-2 digest returns 1 for "
+              "practically every signature, forged ones included, and asymmetric_decrypt accepts "
+              "PKCS#1 "
+              "v1.5 padding: with OpenSSL 3.2 or later it then returns made-up bytes for a damaged "
+              "ciphertext, not NULL."))));
 }
 
 TEST_F(SqliteErrorLog, ColumnsHaveTheirNames) {

@@ -17,6 +17,8 @@ namespace halvex_test {
 
 namespace {
 
+using halvex_encryption::Free_with;
+
 using Number = std::unique_ptr<BIGNUM, Free_with<BN_clear_free>>;
 using Parameter_builder = std::unique_ptr<OSSL_PARAM_BLD, Free_with<OSSL_PARAM_BLD_free>>;
 using Parameters = std::unique_ptr<OSSL_PARAM, Free_with<OSSL_PARAM_free>>;

@@ -13,9 +13,14 @@
 #include <optional>
 #include <string>
 
-#include "support/openssl_owners.h"
+#include "halvex_encryption/openssl_owners.h"
 
 namespace halvex_test {
+
+using Bio = halvex_encryption::Bio_ptr;
+using Key = halvex_encryption::Pkey_ptr;
+using Key_context = halvex_encryption::Pkey_ctx_ptr;
+using Digest_context = halvex_encryption::Md_ctx_ptr;
 
 // A digest by the library's own name of it; throws std::runtime_error if there is none.
 const EVP_MD *library_digest(const std::string &name);

@@ -324,7 +324,8 @@ class OpensslFailures : public Component_test {
   OpensslFailures() { drain_error_queue(); }
 };
 
-// The library's own state says what follows a context that was not initialised: a failure later on.
+// The library's own state decides what follows a context that was not initialised: a failure later
+// on.
 TEST_F(OpensslFailures, LegacyVerificationGoesOnAfterAnInitThatGivesZero) {
   const Working_call working = legacy_verification();
   switch_legacy_padding(true);

@@ -322,7 +322,7 @@ using halvex_test::recorded_sized;
     return recorded_free(#name, real, object);                     \
   }
 
-// A function that works in a buffer of the caller's and tells its size through a pointer.
+// A function that works in a buffer of the caller's and gives its size through a pointer.
 #define RECORD_SIZED(name, parameters, out_size, ...)              \
   static const halvex_test::Recorded_name record_of_##name{#name}; \
   int name parameters {                                            \
