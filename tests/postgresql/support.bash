@@ -46,7 +46,10 @@ query() {
 }
 
 # open_session CLUSTER [psql option]...: one session, which `ask` then speaks to. Its errors are answers too.
-open_session() { coproc session { psql_on "$@" -q -t -A 2>&1; }; }
+open_session() {
+  coproc session { psql_on "$@" -q -t -A 2>&1; }
+  session_pid=$!  # bash unsets session_PID as soon as the session has ended
+}
 
 # ask SQL: sends a statement to the session and sets `answer` to the first line that comes back.
 ask() {
@@ -57,8 +60,7 @@ ask() {
 
 close_session() {
   printf '%s\n' '\q' >&"${session[1]}"
-  # shellcheck disable=SC2154  # coproc sets session_PID
-  wait "$session_PID"
+  wait "$session_pid"
 }
 
 milliseconds() { printf '%s' $(($(date +%s%N) / 1000000)); }
