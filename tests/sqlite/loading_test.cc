@@ -241,7 +241,7 @@ TEST_F(SqliteLoading, OutOfMemoryIsReported) {
   std::string error;
   do {
     Database limited{Database::Extension::absent};
-    sqlite3_hard_heap_limit64(sqlite3_memory_used() + 512 * failures);
+    sqlite3_hard_heap_limit64(sqlite3_memory_used() + 64 * failures);
     error = limited.load(extension_path());
     sqlite3_hard_heap_limit64(0);
     EXPECT_NE(error, "error during initialization: ");

@@ -48,9 +48,11 @@ RSA_sign_verify pss(const std::string &file) {
   return {key_of(fixture(file)), Function_metadata("a_function", "rsa"), RSA_PKCS1_PSS_PADDING};
 }
 
-RSA_legacy_verifier legacy(const std::string &file) {
-  return {key_of(fixture(file)), Function_metadata("a_function", "rsa")};
+RSA_legacy_verifier legacy_with_key(const std::string &pem) {
+  return {key_of(pem), Function_metadata("a_function", "rsa")};
 }
+
+RSA_legacy_verifier legacy(const std::string &file) { return legacy_with_key(fixture(file)); }
 
 class RsaSignVerify : public Class_test {
  protected:
@@ -156,8 +158,10 @@ TEST_F(RsaLegacyVerifier, EmptyMessageOrPrivateKeyFailsWithoutARecord) {
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
+// A key for key exchange alone. With an Ed25519 key newer libraries accept the set-up calls.
 TEST_F(RsaLegacyVerifier, KeyThatCannotVerifyFailsWithoutARecord) {
-  EXPECT_TRUE(rejects(legacy("ed25519-public.pem"), digest, signature, "SHA256"));
+  const std::string pem = public_pem(new_key("X25519", nullptr).get()).value();
+  EXPECT_TRUE(rejects(legacy_with_key(pem), digest, signature, "SHA256"));
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
