@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
@@ -26,7 +28,8 @@
 namespace halvex_test {
 namespace {
 
-constexpr unsigned int longest_run_seconds = 60;
+// A run takes milliseconds, unless the library waits for ever.
+constexpr unsigned int longest_run_seconds = 10;
 // A first call asks libcrypto for memory some 5,000 to 12,000 times. Every so many-th fault is
 // tried; all of them if HALVEX_ALL_FAULTS is set, which takes some five minutes.
 constexpr std::size_t usual_step = 23;
@@ -35,7 +38,15 @@ constexpr const char *no_fault = "no fault was injected";
 
 // Where the library is known to crash. Any other place may be ours: a null object that we pass on
 // crashes in the library too.
-constexpr const char *known_crash = "libcrypto.so.3(EVP_MD_fetch+";
+constexpr std::array known_crashes{
+    // OpenSSL 3.0: it fetches the first digest from a library context that could not be made.
+    "libcrypto.so.3(EVP_MD_fetch+",
+    // OpenSSL 3.5: a lock that could not be made, while it reads its configuration; it aborts.
+    "libcrypto.so.3(CONF_modules_load+",
+};
+// OpenSSL 3.5 waits for ever if its initialisation is out of memory: the error that it then reports
+// asks for the initialisation that is under way.
+constexpr const char *initialisation = "libcrypto.so.3(OPENSSL_init_crypto+";
 
 struct First_call {
   const char *function;
@@ -76,12 +87,13 @@ const char *mismatch_of(const First_call &call, const Raw_result &result) {
 }
 
 // The frames of a crash in shared objects other than libc, the innermost first, without addresses:
-// "libcrypto.so.3(EVP_MD_fetch+0x2a)".
+// "libcrypto.so.3(EVP_MD_fetch+0x2a)". A line is "FILE(SYMBOL+OFFSET) [ADDRESS]", in older C
+// libraries without the blank.
 std::vector<std::string> frames_of(const std::string &report) {
   std::vector<std::string> frames;
   std::istringstream lines{report};
   for (std::string line; std::getline(lines, line);) {
-    const std::size_t end = line.find(")[");
+    const std::size_t end = line.find(')');
     const std::size_t slash = line.rfind('/', end);
     if (end == std::string::npos || slash == std::string::npos) {
       continue;
@@ -92,6 +104,12 @@ std::vector<std::string> frames_of(const std::string &report) {
     }
   }
   return frames;
+}
+
+bool is_known_crash(const std::string &stack) {
+  return std::any_of(known_crashes.begin(), known_crashes.end(), [&stack](const char *place) {
+    return stack.find(place) != std::string::npos;
+  });
 }
 
 class FirstUseFaults : public ::testing::TestWithParam<std::tuple<First_call, Fault_mode>> {
@@ -137,12 +155,17 @@ TEST_P(FirstUseFaults, CrashInTheLibraryAtMost) {
                                    << end.report;
       EXPECT_EQ(frames.front().rfind("libcrypto.so", 0), 0U) << "fault " << nth << "\n"
                                                              << end.report;
-      EXPECT_NE(end.signal, SIGALRM) << "fault " << nth << " hangs\n" << end.report;
       std::string stack;
       for (const std::string &frame : frames) {
         stack += "  " + frame + "\n";
       }
-      EXPECT_NE(stack.find(known_crash), std::string::npos) << "fault " << nth << "\n" << stack;
+      if (end.signal == SIGALRM) {
+        EXPECT_NE(stack.find(initialisation), stack.rfind(initialisation))
+            << "fault " << nth << " hangs\n"
+            << stack;
+      } else {
+        EXPECT_TRUE(is_known_crash(stack)) << "fault " << nth << "\n" << stack;
+      }
       ++crashes[stack];
     } else {
       EXPECT_EQ(end.report, injected ? "" : std::to_string(nth) + ": " + no_fault + "\n");
@@ -151,7 +174,7 @@ TEST_P(FirstUseFaults, CrashInTheLibraryAtMost) {
   EXPECT_GT(faults, 0U);
   std::cout << faults << " faults\n";
   for (const auto &[stack, times] : crashes) {
-    std::cout << "libcrypto crashed " << times << " times:\n" << stack;
+    std::cout << "libcrypto crashed or hung " << times << " times:\n" << stack;
   }
 }
 
