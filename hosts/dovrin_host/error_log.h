@@ -18,7 +18,7 @@
 
 namespace dovrin_host {
 
-// What one report says. A text that the report did not give is empty, a number 0.
+// One report. A text that the report did not give is empty, a number 0.
 struct Log_record {
   std::chrono::system_clock::time_point time;
   int priority = 0;  // 1 error, 2 warning; priority_name gives the word
@@ -101,7 +101,7 @@ class Error_log {
   void remove_sink(const Log_sink *sink) noexcept;
 
   // Hands `record` to every sink on the calling thread; no lock of the error log is held meanwhile.
-  // When a sink begins to fail, the other sinks get one record that says so. Never throws: a sink
+  // When a sink begins to fail, the other sinks get one record of that. Never throws: a sink
   // that runs out of memory misses this record.
   void submit(const Log_record &record) noexcept;
 

@@ -1,7 +1,7 @@
 // How the records of this library read in the output of a failed test.
 
-#ifndef TESTS_SERVER_PRINTERS_H
-#define TESTS_SERVER_PRINTERS_H
+#ifndef TESTS_DOVRIN_HOST_PRINTERS_H
+#define TESTS_DOVRIN_HOST_PRINTERS_H
 
 #include <ostream>
 #include <string_view>
@@ -56,4 +56,4 @@ inline void PrintTo(const Variable_info &info, std::ostream *out) {
 
 }  // namespace dovrin_host
 
-#endif  // TESTS_SERVER_PRINTERS_H
+#endif  // TESTS_DOVRIN_HOST_PRINTERS_H

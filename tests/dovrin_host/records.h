@@ -1,7 +1,7 @@
 // Records and sinks for the tests of the error log.
 
-#ifndef TESTS_SERVER_RECORDS_H
-#define TESTS_SERVER_RECORDS_H
+#ifndef TESTS_DOVRIN_HOST_RECORDS_H
+#define TESTS_DOVRIN_HOST_RECORDS_H
 
 #include <gtest/gtest.h>
 
@@ -59,4 +59,4 @@ class Listener {
 
 }  // namespace dovrin_host
 
-#endif  // TESTS_SERVER_RECORDS_H
+#endif  // TESTS_DOVRIN_HOST_RECORDS_H

@@ -1,4 +1,4 @@
-// Runs part of a test in a child process, so that a crash ends the child alone and says where it
+// Runs part of a test in a child process, so that a crash ends the child alone and reports where it
 // happened.
 
 #ifndef RELIABILITY_CHILD_PROCESS_H
