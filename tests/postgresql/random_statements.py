@@ -1,6 +1,7 @@
 """Drives the extension with random statements for a while.
 
-Usage: random_statements.py SEED SECONDS LOG, with libpq's environment and a table `texts` of texts
+Usage: random_statements.py SEED SECONDS LOG, with libpq's environment and the tables of random_tables.sql
+       random_statements.py --print SEED COUNT, prints statements for a single-user server instead
 
 Every statement calls one of the functions with random values: whole keys and pieces of them, other texts, any bytes,
 numbers, NULL. Callers are the session, parallel workers, PL/pgSQL, prepared statements and cursors, inside
@@ -33,12 +34,17 @@ SIGNATURES = {
 # An algorithm and a digest type that are right let a call get further than most others.
 USUAL = ["'RSA'", "'rsa'", "'SHA256'", "'sha512'", "'SHA3-256'", "'SHA1'", "''"]
 
+# The names in the table `texts`.
+TEXTS = ["dsa", "ed25519", "plaintext", "private_key", "public_key", "rsa4096"]
+
 EXPECTED_ERRORS = {
     "21000": "more than one row of the table",
     "22021": "bytes that are no text",
     "38000": "a key that is too long",
     "57014": "a timeout",
 }
+
+AFTER_ERROR = ["ROLLBACK", "RESET statement_timeout", "DEALLOCATE ALL", "DROP TABLE IF EXISTS t"]
 
 SETTINGS = {
     "client_encoding": ["UTF8", "LATIN1", "SQL_ASCII", "WIN1252"],
@@ -142,7 +148,7 @@ def main(seed, seconds, log):
     cursor.execute("SELECT name, value FROM texts ORDER BY name")
     texts = dict(cursor.fetchall())
     secrets = [value for name, value in texts.items() if name != "public_key"]
-    statements = Statements(random.Random(seed), list(texts))
+    statements = Statements(random.Random(seed), TEXTS)
     ran = failed = 0
     end = time.monotonic() + seconds
     while time.monotonic() < end:
@@ -160,7 +166,7 @@ def main(seed, seconds, log):
             if error.pgcode not in EXPECTED_ERRORS:
                 sys.exit(f"seed {seed}, statement {ran}: {error.pgcode} {error}\n{statement}")
             failed += 1
-            cursor.execute("ROLLBACK; RESET statement_timeout; DEALLOCATE ALL; DROP TABLE IF EXISTS t")
+            cursor.execute("; ".join(AFTER_ERROR))
         del connection.notices[:]
     with open(log, encoding="utf-8", errors="replace") as written:
         found = find_pieces(secrets, written.read(), PIECE)
@@ -169,4 +175,16 @@ def main(seed, seconds, log):
     print(f"seed {seed}: {ran} statements, {failed} of them failed as expected")
 
 
-main(int(sys.argv[1]), float(sys.argv[2]), sys.argv[3])
+def print_statements(seed, count):
+    statements = Statements(random.Random(seed), TEXTS)
+    for _ in range(count):
+        if statements.random.random() < 0.3:
+            print(statements.setting(), end=";\n\n")
+        for statement in (statements.statement(), *AFTER_ERROR):
+            print(statement, end=";\n\n")
+
+
+if sys.argv[1] == "--print":
+    print_statements(int(sys.argv[2]), int(sys.argv[3]))
+else:
+    main(int(sys.argv[1]), float(sys.argv[2]), sys.argv[3])
