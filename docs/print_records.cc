@@ -1,7 +1,7 @@
 // Prints docs/records.md from the catalogue of the error log.
 
 #include <array>
-#include <cstdio>
+#include <iostream>
 #include <regex>
 #include <string>
 #include <string_view>
@@ -98,18 +98,17 @@ const char *find_cause(int code) {
 bool print_record(const Catalogue_entry &entry) {
   const char *const cause = find_cause(entry.code);
   if (cause == nullptr) {
-    std::fprintf(stderr, "print_records: code %d has no cause\n", entry.code);
+    std::cerr << "print_records: code " << entry.code << " has no cause\n";
     return false;
   }
-  std::printf("\n## %d %s\n\n", entry.code, entry.symbol);
-  std::printf("> %s\n\n", readable_template(entry.template_text).c_str());
-  std::printf("- SQLSTATE: `X%04d`\n- Cause: %s\n- Remedy: %s\n", entry.code % 10000, cause,
-              entry.hint);
+  std::cout << "\n## " << entry.code << ' ' << entry.symbol << "\n\n> "
+            << readable_template(entry.template_text) << "\n\n- SQLSTATE: `X"
+            << std::to_string(entry.code).substr(1) << "`\n- Cause: " << cause
+            << "\n- Remedy: " << entry.hint << '\n';
   for (const auto &function : dovrin_host::function_descriptions()) {
-    const std::string name{function.name};
-    const char *const hint = dovrin_host::find_hint(entry.code, name);
-    if (std::string_view{hint} != entry.hint) {
-      std::printf("- Remedy in `%s`: %s\n", name.c_str(), hint);
+    const std::string_view hint = dovrin_host::find_hint(entry.code, function.name);
+    if (hint != entry.hint) {
+      std::cout << "- Remedy in `" << function.name << "`: " << hint << '\n';
     }
   }
   return true;
@@ -119,12 +118,13 @@ bool print_record(const Catalogue_entry &entry) {
 
 int main() {
   constexpr int largest_code = 65535;
-  std::fputs(introduction, stdout);
+  std::cout << introduction;
   bool complete = true;
   for (int code = 1; code <= largest_code; ++code) {
     const Catalogue_entry *const entry = dovrin_host::find_catalogue_entry(code);
     complete = (entry == nullptr || print_record(*entry)) && complete;
   }
-  std::printf(records_of_hosts, dovrin_host::legacy_padding_hint);
+  std::cout << std::regex_replace(records_of_hosts, std::regex{"%s"},
+                                  dovrin_host::legacy_padding_hint);
   return complete ? 0 : 1;
 }

@@ -102,6 +102,7 @@ std::string in_hexadecimal(const std::string &bytes) {
 class AcceptedNames : public Component_test {
  protected:
   const std::string readme = project_file("README.md");
+  const std::string functions_page = project_file("docs/functions.md");
 };
 
 TEST_F(AcceptedNames, EveryDigestTypeHasAKnownAnswer) {
@@ -162,12 +163,13 @@ TEST_F(AcceptedNames, EveryAlgorithmServesAllFunctions) {
   }
 }
 
-TEST_F(AcceptedNames, ReadmeListsThemAll) {
+TEST_F(AcceptedNames, DocumentsListThemAll) {
   for (const std::string &name : known_algorithms) {
     EXPECT_NE(readme.find("`'" + name + "'`"), std::string::npos) << name;
   }
   for (const auto &[name, known] : known_digests) {
     EXPECT_NE(readme.find("`" + name + "`"), std::string::npos) << name;
+    EXPECT_NE(functions_page.find("`" + name + "`"), std::string::npos) << name;
   }
 }
 
