@@ -25,15 +25,17 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_INSTALL_CMAKE_PROJECTS)
 set(CPACK_COMPONENTS_ALL)
 
-# add_debian_package(component package section folder summary description): makes a package of what `folder`
-# installs as `component`, and its documents.
-function(add_debian_package component package section folder summary description)
+# add_debian_package(component package section folder summary description page engine synopsis): makes a package of
+# what `folder` installs as `component`, and its documents. The manual page `page`, none if that is empty, says how
+# the functions come into `engine`.
+function(add_debian_package component package section folder summary description page engine synopsis)
   string(TOUPPER ${component} COMPONENT)
   set(group ${component}_package)
   string(TOUPPER ${group} GROUP)
 
   install(CODE "set(package ${package})\nset(version ${PROJECT_VERSION})
-set(maintainer \"${HALVEX_PACKAGE_MAINTAINER}\")\nset(source_folder \"${CMAKE_SOURCE_DIR}\")"
+set(maintainer \"${HALVEX_PACKAGE_MAINTAINER}\")\nset(source_folder \"${CMAKE_SOURCE_DIR}\")
+set(page \"${page}\")\nset(engine \"${engine}\")\nset(synopsis \"${synopsis}\")"
           COMPONENT debian_${component} EXCLUDE_FROM_ALL)
   install(SCRIPT install_package_documents.cmake COMPONENT debian_${component} EXCLUDE_FROM_ALL)
 
@@ -56,7 +58,8 @@ endfunction()
 add_debian_package(component component-halvex-encryption database components/halvex_encryption
   "RSA keys, encryption, signatures and digests for Dovrin"
   "A loadable component of the Dovrin database server: seven SQL functions for
-RSA keys, encryption, signatures and message digests, on OpenSSL 3.")
+RSA keys, encryption, signatures and message digests, on OpenSSL 3."
+  component_halvex_encryption "the Dovrin server" /usr/lib/dovrin/components/component_halvex_encryption.so)
 set(CPACK_DEBIAN_COMPONENT_PACKAGE_PACKAGE_SHLIBDEPS ON)
 
 if(HALVEX_BUILD_SQLITE_HOST)
@@ -64,7 +67,8 @@ if(HALVEX_BUILD_SQLITE_HOST)
     "RSA keys, encryption, signatures and digests in SQLite"
     "An extension that gives SQLite seven SQL functions for RSA keys, encryption,
 signatures and message digests, on OpenSSL 3. The command .load halvex_sqlite
-of the sqlite3 shell loads it, as does any program that loads extensions.")
+of the sqlite3 shell loads it, as does any program that loads extensions."
+    halvex_sqlite SQLite "SELECT load_extension('halvex_sqlite');")
   set(CPACK_DEBIAN_SQLITE_PACKAGE_PACKAGE_SHLIBDEPS ON)
   # Debian's own library is built with extension loading.
   set(CPACK_DEBIAN_SQLITE_PACKAGE_PACKAGE_RECOMMENDS "libsqlite3-0 (>= 3.38)")
@@ -76,7 +80,8 @@ if(HALVEX_BUILD_POSTGRESQL_HOST)
     "RSA keys, encryption, signatures and digests in PostgreSQL"
     "An extension of PostgreSQL ${HALVEX_PG_VERSION} with seven SQL functions for RSA keys,
 encryption, signatures and message digests, on OpenSSL 3. The statement
-CREATE EXTENSION halvex_encryption brings them into a database.")
+CREATE EXTENSION halvex_encryption brings them into a database."
+    halvex_postgresql-${HALVEX_PG_VERSION} "PostgreSQL ${HALVEX_PG_VERSION}" "CREATE EXTENSION halvex_encryption;")
   set(CPACK_DEBIAN_POSTGRESQL_PACKAGE_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_POSTGRESQL_PACKAGE_PACKAGE_DEPENDS postgresql-${HALVEX_PG_VERSION})
   set(CPACK_DEBIAN_POSTGRESQL_PACKAGE_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_BINARY_DIR}/prerm)
@@ -89,7 +94,8 @@ add_debian_package(development component-halvex-encryption-dev libdevel packagin
   "Binary interface of the Dovrin server and its components"
   "The C++ headers that a component of the Dovrin database server, or a program
 that loads components, is compiled with; their CMake package
-(dovrin_interface) and pkg-config file (dovrin-interface).")
+(dovrin_interface) and pkg-config file (dovrin-interface)."
+  "" "" "")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_PACKAGE_ARCHITECTURE all)
 
 include(CPack)
