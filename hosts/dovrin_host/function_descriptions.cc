@@ -44,6 +44,10 @@ Item_result Function_description::expected_type_at(std::size_t position) const n
   return position < arguments.size() ? expected_type(arguments[position]) : STRING_RESULT;
 }
 
+bool Function_description::needs_terminator_at(std::size_t position) const noexcept {
+  return position >= arguments.size() || !is_read_by_length(arguments[position]);
+}
+
 std::span<const Function_description> function_descriptions() noexcept { return descriptions; }
 
 const Function_description &describe_function(std::string_view name) noexcept {

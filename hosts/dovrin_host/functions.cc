@@ -22,10 +22,6 @@ char *empty_text() {
   return text;
 }
 
-bool needs_copy(const Argument &argument) {
-  return argument.type() == STRING_RESULT && !argument.is_null() && !argument.is_terminated();
-}
-
 thread_local std::string_view name_of_running_function;
 
 // Makes a function the calling thread's running one while it lives.
@@ -42,7 +38,7 @@ class Running_scope {
 };
 
 // Puts aside what other users of OpenSSL left in the thread's error queue, and gives it back in
-// place of what the row left there. Costs one look at the queue if it is empty.
+// place of what the row left there. Costs two looks at the queue if it is and stays empty.
 class Foreign_errors {
  public:
   Foreign_errors() {
@@ -54,7 +50,9 @@ class Foreign_errors {
   Foreign_errors(const Foreign_errors &) = delete;
   Foreign_errors &operator=(const Foreign_errors &) = delete;
   ~Foreign_errors() {
-    ERR_clear_error();
+    if (ERR_peek_error() != 0) {
+      ERR_clear_error();
+    }
     for (const Error &error : errors_) {
       give_back(error);
     }
@@ -235,6 +233,7 @@ Result<std::unique_ptr<Function_instance>> Function_instance::open(
 Function_instance::Function_instance(Function_pin function, std::span<const Item_result> types)
     : function_{std::move(function)},
       description_{describe_function(function_.definition().name)},
+      has_key_{description_.has(Argument_kind::key)},
       types_{types.begin(), types.end()},
       argument_types_{types_},
       pointers_(types.size(), nullptr),
@@ -279,8 +278,10 @@ Row_result Function_instance::row(std::span<const Argument> arguments) {
   if (!accepts(arguments)) {
     return error("was opened for arguments of other types");
   }
-  if (std::string long_key = find_long_key(arguments); !long_key.empty()) {
-    return error(long_key);
+  if (has_key_) {
+    if (const std::string long_key = find_long_key(arguments); !long_key.empty()) {
+      return error(long_key);
+    }
   }
   wipe_copies();
   Copies_guard guard{*this};
@@ -289,7 +290,7 @@ Row_result Function_instance::row(std::span<const Argument> arguments) {
   const Foreign_errors foreign_errors;
   const Running_scope running{name()};
   std::optional<Row_result> first;
-  if (may_run_in_small_context(arguments)) {
+  if (has_key_ && may_run_in_small_context(arguments)) {
     first = small_context_row();
   }
   const Row_result result = first ? *first : call_row();
@@ -303,16 +304,13 @@ bool Function_instance::may_run_in_small_context(std::span<const Argument> argum
   if (arguments.size() != description_.arguments.size()) {
     return false;
   }
-  bool has_key = false;
   for (std::size_t i = 0; i < description_.arguments.size(); ++i) {
-    if (description_.arguments[i] == Argument_kind::key) {
-      if (!reads_alike_in_small_context(arguments[i].bytes())) {
-        return false;
-      }
-      has_key = true;
+    if (description_.arguments[i] == Argument_kind::key &&
+        !reads_alike_in_small_context(arguments[i].bytes())) {
+      return false;
     }
   }
-  return has_key;
+  return true;
 }
 
 // Nothing if the row has to run in the default context.
@@ -386,10 +384,15 @@ Row_result Function_instance::error(const std::string &what) {
   return {.kind = Row_result::Kind::error, .text = error_};
 }
 
+bool Function_instance::needs_copy(const Argument &argument, std::size_t position) const {
+  return argument.type() == STRING_RESULT && !argument.is_null() && !argument.is_terminated() &&
+         description_.needs_terminator_at(position);
+}
+
 void Function_instance::fill_arguments(std::span<const Argument> arguments) {
   std::size_t needed = 0;
-  for (const Argument &argument : arguments) {
-    needed += needs_copy(argument) ? argument.bytes().size() + 1 : 0;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    needed += needs_copy(arguments[i], i) ? arguments[i].bytes().size() + 1 : 0;
   }
   make_room(needed);
 
@@ -407,13 +410,14 @@ void Function_instance::fill_arguments(std::span<const Argument> arguments) {
     } else if (argument.type() == REAL_RESULT) {
       numbers_[i].real = argument.real_value();
       pointers_[i] = reinterpret_cast<char *>(&numbers_[i].real);
-    } else if (argument.is_terminated()) {
+    } else if (!needs_copy(argument, i)) {
       // The interface's pointers are not const, but a function only reads through them.
       pointers_[i] = bytes.data() == nullptr ? empty_text() : const_cast<char *>(bytes.data());
     } else {
       pointers_[i] = free_room;
-      free_room = std::ranges::copy(bytes, free_room).out;
-      *free_room++ = '\0';
+      bytes.copy(free_room, bytes.size());
+      free_room[bytes.size()] = '\0';
+      free_room += bytes.size() + 1;
     }
   }
   copies_length_ = needed;
@@ -421,7 +425,7 @@ void Function_instance::fill_arguments(std::span<const Argument> arguments) {
 
 void Function_instance::make_room(std::size_t needed) {
   if (needed > copies_capacity_) {
-    copies_ = std::make_unique<char[]>(needed);
+    copies_ = std::make_unique_for_overwrite<char[]>(needed);
     copies_capacity_ = needed;
   }
 }

@@ -30,6 +30,12 @@ constexpr Item_result expected_type(Argument_kind kind) noexcept {
   return kind == Argument_kind::length_in_bits ? INT_RESULT : STRING_RESULT;
 }
 
+// True if functions read such a string as far as its length says, and need no NUL behind it.
+constexpr bool is_read_by_length(Argument_kind kind) noexcept {
+  return kind == Argument_kind::key || kind == Argument_kind::data ||
+         kind == Argument_kind::signature;
+}
+
 // The SQL type of a result, which the registration does not tell: text, any bytes, or a 64-bit
 // integer.
 enum class Result_kind { text, binary, integer };
@@ -46,6 +52,9 @@ struct Function_description {
 
   // The expected type of the argument at `position`, counted from 0; STRING_RESULT behind the last.
   Item_result expected_type_at(std::size_t position) const noexcept;
+
+  // True if a string at `position` needs a NUL behind it; true behind the last.
+  bool needs_terminator_at(std::size_t position) const noexcept;
 };
 
 // The functions of the Halvex encryption component, in the order of their names. Any thread.
@@ -144,7 +153,8 @@ class Function_registry {
 // done.
 class Argument {
  public:
-  // Any bytes. The instance makes a copy that ends in a NUL, and wipes it after the row.
+  // Any bytes. Where the function needs a NUL behind them, the instance makes a copy that ends in
+  // one, and wipes it after the row.
   static Argument string(std::string_view bytes) { return {STRING_RESULT, bytes, false}; }
 
   // Bytes that the engine has followed by a NUL, which the length leaves out: no copy is made.
@@ -267,6 +277,7 @@ class Function_instance {
   Row_result integer_row();
   Row_result error(const std::string &what);
   std::string find_long_key(std::span<const Argument> arguments) const;
+  bool needs_copy(const Argument &argument, std::size_t position) const;
   void fill_arguments(std::span<const Argument> arguments);
   void make_room(std::size_t needed);
   bool holds_in_copies(const char *pointer) const;
@@ -274,6 +285,7 @@ class Function_instance {
 
   Function_pin function_;
   const Function_description &description_;
+  const bool has_key_;
   UDF_INIT instance_{};
   std::vector<Item_result> types_;
 
@@ -287,7 +299,7 @@ class Function_instance {
   std::vector<Number> numbers_;
   UDF_ARGS args_{};
 
-  // Copies of the strings that came without a NUL, one after the other.
+  // Copies of the strings that came without a NUL and need one, one after the other.
   std::unique_ptr<char[]> copies_;
   std::size_t copies_capacity_ = 0;
   std::size_t copies_length_ = 0;

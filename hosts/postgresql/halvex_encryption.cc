@@ -24,6 +24,7 @@ using Kind = Row_result::Kind;
 struct Attached_call_site {
   MemoryContextCallback on_reset;
   Call_site *site;
+  Result_kind result;
   Oid *argument_types;  // without domains
   int count;
   Argument *arguments;  // of the current row
@@ -64,11 +65,14 @@ Oid sql_type(Result_kind result) {
   }
 }
 
-void check_result_type(const char *name, Oid type) {
-  if (type != sql_type(dovrin_host::describe_function(name).result)) {
+// The kind of the function's result, for which `type` must be the declared type.
+Result_kind check_result_type(const char *name, Oid type) {
+  const Result_kind result = dovrin_host::describe_function(name).result;
+  if (type != sql_type(result)) {
     raise_error(ERRCODE_INVALID_FUNCTION_DEFINITION,
                 psprintf("%s has no result of type %s", name, format_type_be(type)));
   }
+  return result;
 }
 
 void unload_at_exit(int /*code*/, Datum /*argument*/) { unload_component(); }
@@ -95,11 +99,13 @@ void close_attached(void *attached) {
 Attached_call_site *make_attached(FmgrInfo *function, const char *name) {
   Oid *types = nullptr;
   int count = 0;
-  check_result_type(name, getBaseType(get_func_signature(function->fn_oid, &types, &count)));
+  const Oid declared = getBaseType(get_func_signature(function->fn_oid, &types, &count));
+  const Result_kind result = check_result_type(name, declared);
 
   MemoryContextData *const caller = MemoryContextSwitchTo(function->fn_mcxt);
   auto *const attached = static_cast<Attached_call_site *>(palloc0(sizeof(Attached_call_site)));
   const auto size = static_cast<Size>(count);
+  attached->result = result;
   attached->count = count;
   attached->argument_types = static_cast<Oid *>(palloc0(size * sizeof(Oid)));
   attached->arguments = static_cast<Argument *>(palloc0(size * sizeof(Argument)));
@@ -173,12 +179,12 @@ void wipe_copies(Attached_call_site *attached) {
   }
 }
 
-Datum result_datum(const Row_result &result, const char *name) {
+Datum result_datum(const Row_result &result, Result_kind kind) {
   if (result.kind == Kind::integer) {
     return Int64GetDatum(result.integer);
   }
   const int length = static_cast<int>(result.text.size());
-  if (dovrin_host::describe_function(name).result == Result_kind::text) {
+  if (kind == Result_kind::text) {
     pg_verifymbstr(result.text.data(), length, false);
   }
   // Text and bytea are laid out alike.
@@ -208,7 +214,7 @@ Datum call(FunctionCallInfo call, const char *name) {
                 pnstrdup(result.text.data(), result.text.size()));
   }
   call->isnull = result.kind == Kind::null;
-  return call->isnull ? Datum{0} : result_datum(result, name);
+  return call->isnull ? Datum{0} : result_datum(result, attached->result);
 }
 
 // The table of versions, row by row into the caller's result.

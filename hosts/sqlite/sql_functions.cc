@@ -25,13 +25,15 @@ using dovrin_host::Function_instance;
 using dovrin_host::Result_kind;
 using dovrin_host::Row_result;
 
-// User data of a function of a connection.
+using Shared_instance = std::shared_ptr<Function_instance>;
+
+// User data of a function of a connection. A connection computes one row at a time.
 struct Sql_function {
   std::string name;
   const Function_description &description;
+  std::vector<Argument> arguments{};    // of the current row; kept for its memory
+  Shared_instance of_all_call_sites{};  // null before the first row, and unless shares_instance()
 };
-
-using Shared_instance = std::shared_ptr<Function_instance>;
 
 std::string_view bytes_of(sqlite3_value *value, const void *bytes) {
   const auto length = static_cast<std::size_t>(sqlite3_value_bytes(value));
@@ -80,15 +82,20 @@ Argument make_argument(Item_result expected, sqlite3_value *value) {
   }
 }
 
-std::vector<Argument> make_arguments(const Function_description &description, int argc,
-                                     sqlite3_value **argv) {
-  std::vector<Argument> arguments;
-  arguments.reserve(static_cast<std::size_t>(argc));
+void read_arguments(Sql_function &function, int argc, sqlite3_value **argv) {
+  function.arguments.clear();
   for (int i = 0; i < argc; ++i) {
     const auto position = static_cast<std::size_t>(i);
-    arguments.push_back(make_argument(description.expected_type_at(position), argv[i]));
+    function.arguments.push_back(
+        make_argument(function.description.expected_type_at(position), argv[i]));
   }
-  return arguments;
+}
+
+// Whether all call sites of a connection use one instance, from statement to statement. That is
+// for a function whose instance costs as much as its row; the buffers of one that has no key never
+// hold what has to be wiped when a statement ends.
+bool shares_instance(const Function_description &description) {
+  return description.is_deterministic && !description.has(Argument_kind::key);
 }
 
 // SQLite keeps auxiliary data with an argument of a call site as long as the argument stays the
@@ -131,28 +138,55 @@ void give_result(sqlite3_context *context, Result_kind kind, const Row_result &r
   }
 }
 
-// One row. A row whose arguments have other types than the call site's instance gets an instance
-// for itself.
-void call(sqlite3_context *context, int argc, sqlite3_value **argv) {
-  const auto &function = *static_cast<const Sql_function *>(sqlite3_user_data(context));
-  const std::vector<Argument> arguments = make_arguments(function.description, argc, argv);
+// A new instance for the types of the current row; null after it has failed the call.
+Shared_instance open_instance(sqlite3_context *context, const Sql_function &function) {
+  std::vector<Item_result> types;
+  std::ranges::transform(function.arguments, std::back_inserter(types), &Argument::type);
+  auto opened = dovrin_host::Server::instance().open_function(function.name, types);
+  if (!opened.ok()) {
+    fail_call(context, opened.message());
+    return nullptr;
+  }
+  return std::move(opened).value();
+}
 
+// One row of a function whose call sites share an instance, until arguments of other types come.
+void call_shared(sqlite3_context *context, Sql_function &function) {
+  Shared_instance &instance = function.of_all_call_sites;
+  if (instance == nullptr || !instance->accepts(function.arguments)) {
+    instance = open_instance(context, function);
+  }
+  if (instance != nullptr) {
+    give_result(context, function.description.result, instance->row(function.arguments));
+  }
+}
+
+// One row of any other function. A row whose arguments have other types than the call site's
+// instance gets an instance for itself.
+void call_at_site(sqlite3_context *context, const Sql_function &function) {
+  const int argc = static_cast<int>(function.arguments.size());
   const Shared_instance kept = find_instance(context, argc);
   Shared_instance instance = kept;
-  if (instance == nullptr || !instance->accepts(arguments)) {
-    std::vector<Item_result> types;
-    std::ranges::transform(arguments, std::back_inserter(types), &Argument::type);
-    auto opened = dovrin_host::Server::instance().open_function(function.name, types);
-    if (!opened.ok()) {
-      fail_call(context, opened.message());
+  if (instance == nullptr || !instance->accepts(function.arguments)) {
+    instance = open_instance(context, function);
+    if (instance == nullptr) {
       return;
     }
-    instance = std::move(opened).value();
   }
 
-  give_result(context, function.description.result, instance->row(arguments));
+  give_result(context, function.description.result, instance->row(function.arguments));
   if (kept == nullptr) {
     keep_instance(context, argc, instance);
+  }
+}
+
+void call(sqlite3_context *context, int argc, sqlite3_value **argv) {
+  auto &function = *static_cast<Sql_function *>(sqlite3_user_data(context));
+  read_arguments(function, argc, argv);
+  if (shares_instance(function.description)) {
+    call_shared(context, function);
+  } else {
+    call_at_site(context, function);
   }
 }
 

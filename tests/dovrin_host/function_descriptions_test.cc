@@ -29,6 +29,15 @@ TEST(FunctionDescriptions, OnlyLengthsAreExpectedAsIntegers) {
   EXPECT_EQ(create.expected_type_at(2), STRING_RESULT);
 }
 
+TEST(FunctionDescriptions, OnlyNamesNeedATerminator) {
+  EXPECT_TRUE(sign().needs_terminator_at(0));
+  EXPECT_FALSE(sign().needs_terminator_at(1));
+  EXPECT_FALSE(sign().needs_terminator_at(2));
+  EXPECT_TRUE(sign().needs_terminator_at(3));
+  EXPECT_TRUE(sign().needs_terminator_at(4));
+  EXPECT_TRUE(describe_function("another_component").needs_terminator_at(0));
+}
+
 TEST(FunctionDescriptions, FunctionOfAnotherComponentHasTheCautiousDescription) {
   for (const char *const name : {"", "a", "create_digests", "CREATE_DIGEST", "z"}) {
     const Function_description &description = describe_function(name);

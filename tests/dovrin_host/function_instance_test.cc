@@ -22,9 +22,10 @@ struct Calls {
   int inits = 0;
   int rows = 0;
   int deinits = 0;
-  std::string arguments;             // of the last row, as describe() writes them
-  const char *first = nullptr;       // args[0] of the last row
-  unsigned char is_null_before = 7;  // the flags as the last row found them
+  std::string arguments;               // of the last row, as describe() writes them
+  const char *first = nullptr;         // args[0] of the last row
+  std::vector<const char *> pointers;  // all of args
+  unsigned char is_null_before = 7;    // the flags as the last row found them
   unsigned char error_before = 7;
   bool init_throws = false;
   bool row_throws = false;
@@ -64,6 +65,7 @@ void note_row(const UDF_ARGS &args, unsigned char *is_null, unsigned char *error
   calls.is_null_before = *is_null;
   calls.error_before = *error;
   calls.first = args.arg_count > 0 ? args.args[0] : nullptr;
+  calls.pointers.assign(args.args, args.args + args.arg_count);
   calls.arguments.clear();
   for (unsigned int i = 0; i < args.arg_count; ++i) {
     calls.arguments += (i > 0 ? ", " : "") + describe(args, i);
@@ -235,6 +237,19 @@ TEST_F(FunctionInstance, TerminatedStringIsNotCopied) {
   const std::string text = "abc";
   instance.value()->row(Arguments{Argument::terminated_string(text)});
   EXPECT_EQ(calls.first, text.data());
+}
+
+TEST_F(FunctionInstance, StringThatIsReadByItsLengthIsNotCopied) {
+  const auto digest = open("create_digest", {STRING_RESULT, STRING_RESULT});
+  ASSERT_TRUE(digest.ok());
+  const std::string name = "sha256";
+  const std::string data = "data";
+  digest.value()->row(Arguments{Argument::string(name), Argument::string(data)});
+  EXPECT_NE(calls.pointers.at(0), name.data());
+  EXPECT_EQ(calls.pointers.at(1), data.data());
+
+  digest.value()->row(Arguments{Argument::string(name), Argument::string({})});
+  EXPECT_NE(calls.pointers.at(1), nullptr) << "an empty string is not NULL";
 }
 
 TEST_F(FunctionInstance, EmptyStringIsNotNull) {

@@ -3,11 +3,14 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <openssl/err.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "dovrin_host/error_log.h"
@@ -20,6 +23,8 @@
 namespace dovrin_host {
 
 namespace {
+
+using halvex_test::fixture;
 
 constexpr const char *component_name = "dovrin::component_halvex_encryption";
 constexpr const char *key_size = "component_halvex_encryption.maximum_rsa_key_size";
@@ -104,6 +109,74 @@ TEST_F(RealComponent, DigestIsComputedFromArgumentsWithoutTerminator) {
                 "\xba\x78\x16\xbf\x8f\x01\xcf\xea\x41\x41\x40\xde\x5d\xae\x22\x23\xb0\x03\x61\xa3"
                 "\x96\x17\x7a\x9c\xb4\x10\xff\x61\xf2\x00\x15\xad",
                 32)));
+}
+
+// Bytes that end where a page ends behind which nothing can be read.
+class Bytes_at_page_end {
+ public:
+  explicit Bytes_at_page_end(std::string_view bytes) : length_{bytes.size()} {
+    EXPECT_LE(length_, page_);
+    EXPECT_NE(pages_, MAP_FAILED);
+    EXPECT_EQ(mprotect(pages_ + page_, page_, PROT_NONE), 0);
+    bytes.copy(pages_ + page_ - length_, length_);
+  }
+  ~Bytes_at_page_end() { munmap(pages_, 2 * page_); }
+  Bytes_at_page_end(const Bytes_at_page_end &) = delete;
+  Bytes_at_page_end &operator=(const Bytes_at_page_end &) = delete;
+
+  Argument argument() const { return Argument::string({pages_ + page_ - length_, length_}); }
+
+ private:
+  const std::size_t page_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  const std::size_t length_;
+  char *const pages_ = static_cast<char *>(
+      mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+};
+
+// The host copies no such argument, so a byte read too many would end this program.
+TEST_F(RealComponent, KeysDataAndSignaturesAreReadAsFarAsTheirLengthSays) {
+  const auto algorithm = Argument::string("RSA");
+  const auto digest_type = Argument::string("SHA256");
+  const Bytes_at_page_end data{"text"};
+  const Bytes_at_page_end empty{""};
+  const Bytes_at_page_end private_key{fixture("rsa2048.pem")};
+  const Bytes_at_page_end public_key{fixture("rsa2048-public.pem")};
+  const auto row = [](const char *name, const std::vector<Argument> &arguments) {
+    const auto instance = open(name, std::vector(arguments.size(), STRING_RESULT));
+    const Row_result result = instance->row(arguments);
+    return std::pair{result, std::string{result.text}};
+  };
+  const auto set_legacy = [](bool on) {
+    EXPECT_TRUE(server().variables().set(legacy_padding, on).ok());
+  };
+
+  EXPECT_EQ(row("create_digest", {digest_type, data.argument()}).second.size(), 32U);
+  EXPECT_EQ(row("create_digest", {digest_type, empty.argument()}).second.size(), 32U);
+  EXPECT_EQ(row("create_asymmetric_pub_key", {algorithm, private_key.argument()}).second,
+            fixture("rsa2048-public.pem"));
+  const Bytes_at_page_end ciphertext{
+      row("asymmetric_encrypt", {algorithm, data.argument(), public_key.argument()}).second};
+  const Bytes_at_page_end signature{
+      row("asymmetric_sign", {algorithm, data.argument(), private_key.argument(), digest_type})
+          .second};
+  for (const bool legacy : {false, true}) {
+    set_legacy(legacy);
+    EXPECT_EQ(row("asymmetric_decrypt", {algorithm, ciphertext.argument(), private_key.argument()})
+                  .second,
+              "text");
+    EXPECT_EQ(row("asymmetric_decrypt", {algorithm, signature.argument(), private_key.argument()})
+                  .first.kind,
+              Row_result::Kind::null);
+    EXPECT_EQ(row("asymmetric_verify", {algorithm, data.argument(), signature.argument(),
+                                        public_key.argument(), digest_type})
+                  .first.integer,
+              1);
+    EXPECT_EQ(row("asymmetric_verify", {algorithm, data.argument(), ciphertext.argument(),
+                                        private_key.argument(), digest_type})
+                  .first.integer,
+              0);
+  }
+  set_legacy(false);
 }
 
 TEST_F(RealComponent, RejectionHasTheComponentsText) {

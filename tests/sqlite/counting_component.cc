@@ -85,6 +85,8 @@ struct Function {
 
 const std::array functions{
     Function{"counted", STRING_RESULT, reinterpret_cast<Udf_func_any>(counted)},
+    // A name that the host's table has: deterministic and without a key.
+    Function{"create_digest", STRING_RESULT, reinterpret_cast<Udf_func_any>(counted)},
     Function{"counted_length", INT_RESULT, reinterpret_cast<Udf_func_any>(counted_length)},
     Function{"throws", STRING_RESULT, reinterpret_cast<Udf_func_any>(throws)},
     Function{"fails", INT_RESULT, reinterpret_cast<Udf_func_any>(fails)},

@@ -73,6 +73,28 @@ TEST_F(SqliteInstances, ColumnsAloneMakeOneInstancePerRow) {
   EXPECT_EQ(counts(), (Counts{10, 10, 10}));
 }
 
+TEST_F(SqliteInstances, AllDigestsOfAConnectionShareOneInstance) {
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(
+        database->value("SELECT count(create_digest(text, text)) + "
+                        "count(create_digest('constant', create_digest(text, NULL))) FROM ten"),
+        "20");
+  }
+  EXPECT_EQ(counts(), (Counts{1, 60, 0}));
+  database.reset();
+  EXPECT_EQ(counts(), (Counts{1, 60, 1}));
+}
+
+TEST_F(SqliteInstances, ADigestOfOtherTypesReplacesTheSharedInstance) {
+  EXPECT_EQ(
+      database->value("SELECT count(create_digest(text, iif(id = 5, number, text))) FROM ten"),
+      "10");
+  EXPECT_EQ(counts(), (Counts{3, 10, 2}));
+  EXPECT_EQ(database->error("SELECT create_digest('a', 1.5)"), "Argument 2 is a real.");
+  EXPECT_EQ(database->value("SELECT create_digest('a', 'b')"), "x'61'");
+  EXPECT_EQ(counts(), (Counts{5, 11, 4}));
+}
+
 TEST_F(SqliteInstances, EveryCallSiteHasItsOwn) {
   EXPECT_EQ(database->value("SELECT count(counted(text, 'a') || counted(text, 'b')) FROM ten"),
             "10");
