@@ -1,6 +1,6 @@
-/* minimal_digest(digest_type, data): create_digest without a component, a stand-in server and their checks.
- * The least that an SQLite extension can do to give the same value with the same OpenSSL calls: what
- * create_digest is measured against. */
+/* minimal_digest(digest_type, data): create_digest without a component, a stand-in server and their
+ * checks. The least that an SQLite extension can do to give the same value with the same OpenSSL
+ * calls: what create_digest is measured against. */
 
 #include <openssl/evp.h>
 #include <sqlite3ext.h>
