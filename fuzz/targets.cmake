@@ -10,10 +10,10 @@ set(HALVEX_FUZZ_FUNCTIONS
   asymmetric_verify
   create_digest
 )
-set(HALVEX_FUZZ_TARGETS key_reader log_event sqlite_host ${HALVEX_FUZZ_FUNCTIONS})
+set(HALVEX_FUZZ_TARGETS key_reader log_event row_context sqlite_host ${HALVEX_FUZZ_FUNCTIONS})
 
-# add_fuzz_executable(name target): the code of one target, around the component's own objects or around the
-# SQLite extension. It still needs a main function: libFuzzer's, or replay.cc.
+# add_fuzz_executable(name target): the code of one target, around the component's own objects, the stand-in server or
+# the SQLite extension. It still needs a main function: libFuzzer's, or replay.cc.
 function(add_fuzz_executable name target)
   if(target STREQUAL sqlite_host)
     add_executable(${name} ${HALVEX_FUZZ_FOLDER}/sqlite_host_fuzz.cc)
@@ -21,6 +21,14 @@ function(add_fuzz_executable name target)
       HALVEX_SQLITE_EXTENSION="$<TARGET_FILE_DIR:halvex_sqlite>/$<TARGET_FILE_BASE_NAME:halvex_sqlite>")
     target_link_libraries(${name} PRIVATE SQLite::SQLite3 halvex_warnings)
     add_dependencies(${name} halvex_sqlite)
+    return()
+  endif()
+  if(target STREQUAL row_context)
+    add_executable(${name} ${HALVEX_FUZZ_FOLDER}/row_context_fuzz.cc)
+    target_compile_definitions(${name} PRIVATE
+      HALVEX_COMPONENT_PATH="$<TARGET_FILE:component_halvex_encryption>")
+    target_link_libraries(${name} PRIVATE dovrin_host halvex_warnings)
+    add_dependencies(${name} component_halvex_encryption)
     return()
   endif()
   if(target IN_LIST HALVEX_FUZZ_FUNCTIONS)
