@@ -22,11 +22,16 @@ struct Engine_versions {
   std::string running;
 };
 
-// The versions of this process in their fixed order:
-//   version             the host's, which is the component's if both come from one build
-//   component_file      where the installed component was loaded from; several are separated by ",
-//   " engine, engine_built_with openssl, openssl_built_with row_context         where rows with RSA
-//   keys run in this thread: "small" or "default"
+// The versions of this process, always in this order:
+//
+//   version               the host's, which is the component's if both come from one build
+//   component_file        the file of the installed component; of several with ", " in between
+//   engine                name and version of the engine that runs
+//   engine_built_with     the same of the headers that the adapter was compiled with
+//   openssl               the version of the library that runs
+//   openssl_built_with    the version of its headers
+//   row_context           where this thread's rows with RSA keys run: "small" or "default"
+//
 // Any thread; throws std::bad_alloc only.
 std::vector<Version> list_versions(const Engine_versions &engine);
 
