@@ -2,7 +2,6 @@
 
 #include <array>
 #include <iostream>
-#include <regex>
 #include <string>
 #include <string_view>
 
@@ -79,10 +78,23 @@ Without a code and with the component `server`; in the SQLite host alone.
 | `LOG_SINK_FAILED` | error | a record could not be written to the log file or to standard error | Make room or repair the destination; it is tried again with the next record. |
 )";
 
-std::string readable_template(const char *template_text) {
-  const std::string numbers =
-      std::regex_replace(std::string{template_text}, std::regex{"%ll[ud]"}, "N");
-  return std::regex_replace(numbers, std::regex{"%(\\.32)?s"}, "TEXT");
+std::string replace_all(std::string_view text, std::string_view old, std::string_view replacement) {
+  std::string result;
+  for (std::size_t at = text.find(old); at != std::string_view::npos; at = text.find(old)) {
+    result.append(text.substr(0, at)).append(replacement);
+    text.remove_prefix(at + old.size());
+  }
+  return result.append(text);
+}
+
+std::string readable_template(std::string text) {
+  for (const char *const number : {"%llu", "%lld"}) {
+    text = replace_all(text, number, "N");
+  }
+  for (const char *const string : {"%.32s", "%s"}) {
+    text = replace_all(text, string, "TEXT");
+  }
+  return text;
 }
 
 const char *find_cause(int code) {
@@ -124,7 +136,6 @@ int main() {
     const Catalogue_entry *const entry = dovrin_host::find_catalogue_entry(code);
     complete = (entry == nullptr || print_record(*entry)) && complete;
   }
-  std::cout << std::regex_replace(records_of_hosts, std::regex{"%s"},
-                                  dovrin_host::legacy_padding_hint);
+  std::cout << replace_all(records_of_hosts, "%s", dovrin_host::legacy_padding_hint);
   return complete ? 0 : 1;
 }
