@@ -319,9 +319,11 @@ bool reads_alike_in_small_context(std::string_view pem) noexcept {
     return false;
   }
   const std::string_view rest = pem.substr(block + begin.size());
+  // A header, which a colon shows, can ask for a pass phrase. What libcrypto attaches to its user
+  // interface for that is freed only in the library context in which it was first attached.
   return std::ranges::any_of(labels,
                              [&](std::string_view label) { return rest.starts_with(label); }) &&
-         rest.find(begin) == std::string_view::npos;
+         rest.find(begin) == std::string_view::npos && rest.find(':') == std::string_view::npos;
 }
 
 Small_context_scope::Small_context_scope() noexcept {

@@ -31,8 +31,8 @@ Small_context_use small_context_use_of_environment() noexcept;
 void set_small_context_use(Small_context_use use) noexcept;
 
 // True if both contexts read the same key from `pem`: it has exactly one PEM block, labelled PUBLIC
-// KEY, PRIVATE KEY or RSA PRIVATE KEY. Of several blocks the small context skips those of other
-// algorithms. Any thread.
+// KEY, PRIVATE KEY or RSA PRIVATE KEY, without a header (RFC 1421), which encrypted keys have. Of
+// several blocks the small context skips those of other algorithms. Any thread.
 bool reads_alike_in_small_context(std::string_view pem) noexcept;
 
 // Makes the calling thread's small context its default while this object exists, if

@@ -158,7 +158,7 @@ TEST_F(RowContext, TheEnvironmentDecides) {
   EXPECT_EQ(small_context_use_of_environment(), Small_context_use::where_it_pays);
 }
 
-TEST(RowContextKey, OnlyOneBlockOfAKnownLabelReadsAlike) {
+TEST(RowContextKey, OnlyOneBlockOfAKnownLabelWithoutAHeaderReadsAlike) {
   EXPECT_TRUE(reads_alike_in_small_context(fixture("rsa2048.pem")));
   EXPECT_TRUE(reads_alike_in_small_context(fixture("rsa2048-public.pem")));
   EXPECT_TRUE(reads_alike_in_small_context(fixture("rsa2048-traditional.pem")));
@@ -169,6 +169,7 @@ TEST(RowContextKey, OnlyOneBlockOfAKnownLabelReadsAlike) {
   EXPECT_FALSE(reads_alike_in_small_context("-----BEGIN"));
   EXPECT_FALSE(reads_alike_in_small_context(fixture("rsa2048-rsa-public.pem")));
   EXPECT_FALSE(reads_alike_in_small_context(fixture("rsa2048-encrypted.pem")));
+  EXPECT_FALSE(reads_alike_in_small_context(fixture("rsa2048-encrypted-traditional.pem")));
   EXPECT_FALSE(reads_alike_in_small_context(fixture("ec-p256.pem") + fixture("rsa2048.pem")));
   EXPECT_FALSE(reads_alike_in_small_context(fixture("rsa2048.pem") + "-----BEGIN"));
 }
