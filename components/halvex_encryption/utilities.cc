@@ -119,7 +119,7 @@ LogEvent &LogEvent::lookup_quoted(long long code, const char *tag, ...) noexcept
 }
 
 void LogEvent::set_message(const char *format, va_list arguments) noexcept {
-  if (line_ == nullptr || message_ == nullptr) {
+  if (line_ == nullptr) {
     return;
   }
 

@@ -74,7 +74,7 @@ class LogEvent {
   LogEvent &string_item(int type, const char *value) noexcept;
 
   Dovrin_log_line *line_;  // owned until the destructor; null when the server has none
-  char *message_;          // the server's memory, owned until the line takes it
+  char *message_;          // the server's memory, owned until the line takes it; null if line_ is
   const char *message_tag_ = nullptr;
   bool message_set_ = false;
 };

@@ -12,6 +12,8 @@ namespace {
 
 using halvex_encryption::utilities::handle_openssl_error;
 using halvex_encryption::utilities::LogEvent;
+using halvex_encryption::utilities::service_slots;
+using halvex_encryption::utilities::take_log_handles;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -48,6 +50,27 @@ TEST_F(LogEventLine, WithAnErrorCodeLookupAddsNone) {
   ASSERT_EQ(server.records().size(), 1U);
   EXPECT_EQ(server.records()[0].code, 13915);
   EXPECT_EQ(server.records()[0].message, "tag: 'one'");
+}
+
+// The component sets no symbol, but a server may give one to every line.
+TEST_F(LogEventLine, WithAnErrorSymbolLookupAddsNoErrorCode) {
+  static const Dovrin_log_builtins &served =
+      *static_cast<const Dovrin_log_builtins *>(service_table("log_builtins"));
+  Dovrin_log_builtins table = served;
+  table.create_line = [] {
+    Dovrin_log_line *line = served.create_line();
+    served.item_set_cstring(served.add_item(line, DOVRIN_LOG_ERROR_SYMBOL), "A_SYMBOL");
+    return line;
+  };
+  service_slots.log_builtins = &table;
+  take_log_handles();
+
+  LogEvent().lookup_quoted(13917, "tag", "one");
+  ASSERT_EQ(server.raw_records().size(), 1U);
+  EXPECT_THAT(server.raw_records()[0],
+              ElementsAre(Raw_item{DOVRIN_LOG_ERROR_SYMBOL, "A_SYMBOL", "item_set_cstring"},
+                          Raw_item{DOVRIN_LOG_MESSAGE, "tag: 'one'", "item_set_lexstring",
+                                   DOVRIN_LOG_FREE_VALUE}));
 }
 
 TEST_F(LogEventLine, WithoutATagTheFormatStandsAlone) {
