@@ -164,9 +164,11 @@ TEST_F(RealComponent, KeysDataAndSignaturesAreReadAsFarAsTheirLengthSays) {
     EXPECT_EQ(row("asymmetric_decrypt", {algorithm, ciphertext.argument(), private_key.argument()})
                   .second,
               "text");
-    EXPECT_EQ(row("asymmetric_decrypt", {algorithm, signature.argument(), private_key.argument()})
-                  .first.kind,
-              Row_result::Kind::null);
+    const auto no_ciphertext =
+        row("asymmetric_decrypt", {algorithm, signature.argument(), private_key.argument()});
+    // Newer libraries give random text in place of a failure of PKCS#1 v1.5, which the switch
+    // allows.
+    EXPECT_TRUE(legacy || no_ciphertext.first.kind == Row_result::Kind::null);
     EXPECT_EQ(row("asymmetric_verify", {algorithm, data.argument(), signature.argument(),
                                         public_key.argument(), digest_type})
                   .first.integer,
