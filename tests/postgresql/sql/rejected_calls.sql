@@ -8,34 +8,41 @@ SELECT create_asymmetric_priv_key('RSA', '2048'::text);
 SELECT asymmetric_verify('RSA', 'message', 1, 'key', 'SHA256');
 
 -- Other declarations of the same C functions.
-SELECT format('CREATE FUNCTION %s RETURNS %s AS ''$libdir/halvex_encryption'', %L LANGUAGE C', signature, result, symbol)
-FROM (VALUES
-  ('priv_key(text)', 'text', 'halvex_create_asymmetric_priv_key'),
-  ('priv_key(bigint, bigint)', 'text', 'halvex_create_asymmetric_priv_key'),
-  ('priv_key(text, text)', 'text', 'halvex_create_asymmetric_priv_key'),
-  ('priv_key(text, float8)', 'text', 'halvex_create_asymmetric_priv_key'),
-  ('priv_key(text, integer)', 'text', 'halvex_create_asymmetric_priv_key'),
-  ('pub_key(text, bigint)', 'text', 'halvex_create_asymmetric_pub_key'),
-  ('encrypt(text, bigint, text)', 'bytea', 'halvex_asymmetric_encrypt'),
-  ('encrypt(text, text, bigint)', 'bytea', 'halvex_asymmetric_encrypt'),
-  ('decrypt(text, bigint, text)', 'bytea', 'halvex_asymmetric_decrypt'),
-  ('decrypt(text, text, bigint)', 'bytea', 'halvex_asymmetric_decrypt'),
-  ('sign(text, bigint, text, text)', 'bytea', 'halvex_asymmetric_sign'),
-  ('sign(text, text, bigint, text)', 'bytea', 'halvex_asymmetric_sign'),
-  ('sign(text, text, text, bigint)', 'bytea', 'halvex_asymmetric_sign'),
-  ('verify(text, text, bytea, text)', 'bigint', 'halvex_asymmetric_verify'),
-  ('verify(text, bigint, bytea, text, text)', 'bigint', 'halvex_asymmetric_verify'),
-  ('verify(text, text, bigint, text, text)', 'bigint', 'halvex_asymmetric_verify'),
-  ('verify(text, text, bytea, bigint, text)', 'bigint', 'halvex_asymmetric_verify'),
-  ('verify(text, text, bytea, text, bigint)', 'bigint', 'halvex_asymmetric_verify'),
-  ('digest(bigint, text)', 'bytea', 'halvex_create_digest'),
-  ('digest(text, bigint)', 'bytea', 'halvex_create_digest'),
-  ('digest()', 'bytea', 'halvex_create_digest'),
-  ('digest(text, date)', 'bytea', 'halvex_create_digest'),
-  ('digest_as_number(text, text)', 'bigint', 'halvex_create_digest'),
-  ('digest_as_text(text, text)', 'text', 'halvex_create_digest'),
-  ('verify_as_text(text, text, bytea, text, text)', 'text', 'halvex_asymmetric_verify')
-) AS declarations (signature, result, symbol) \gexec
+DO $$
+DECLARE
+  declared record;
+BEGIN
+  FOR declared IN SELECT * FROM (VALUES
+    ('priv_key(text)', 'text', 'halvex_create_asymmetric_priv_key'),
+    ('priv_key(bigint, bigint)', 'text', 'halvex_create_asymmetric_priv_key'),
+    ('priv_key(text, text)', 'text', 'halvex_create_asymmetric_priv_key'),
+    ('priv_key(text, float8)', 'text', 'halvex_create_asymmetric_priv_key'),
+    ('priv_key(text, integer)', 'text', 'halvex_create_asymmetric_priv_key'),
+    ('pub_key(text, bigint)', 'text', 'halvex_create_asymmetric_pub_key'),
+    ('encrypt(text, bigint, text)', 'bytea', 'halvex_asymmetric_encrypt'),
+    ('encrypt(text, text, bigint)', 'bytea', 'halvex_asymmetric_encrypt'),
+    ('decrypt(text, bigint, text)', 'bytea', 'halvex_asymmetric_decrypt'),
+    ('decrypt(text, text, bigint)', 'bytea', 'halvex_asymmetric_decrypt'),
+    ('sign(text, bigint, text, text)', 'bytea', 'halvex_asymmetric_sign'),
+    ('sign(text, text, bigint, text)', 'bytea', 'halvex_asymmetric_sign'),
+    ('sign(text, text, text, bigint)', 'bytea', 'halvex_asymmetric_sign'),
+    ('verify(text, text, bytea, text)', 'bigint', 'halvex_asymmetric_verify'),
+    ('verify(text, bigint, bytea, text, text)', 'bigint', 'halvex_asymmetric_verify'),
+    ('verify(text, text, bigint, text, text)', 'bigint', 'halvex_asymmetric_verify'),
+    ('verify(text, text, bytea, bigint, text)', 'bigint', 'halvex_asymmetric_verify'),
+    ('verify(text, text, bytea, text, bigint)', 'bigint', 'halvex_asymmetric_verify'),
+    ('digest(bigint, text)', 'bytea', 'halvex_create_digest'),
+    ('digest(text, bigint)', 'bytea', 'halvex_create_digest'),
+    ('digest()', 'bytea', 'halvex_create_digest'),
+    ('digest(text, date)', 'bytea', 'halvex_create_digest'),
+    ('digest_as_number(text, text)', 'bigint', 'halvex_create_digest'),
+    ('digest_as_text(text, text)', 'text', 'halvex_create_digest'),
+    ('verify_as_text(text, text, bytea, text, text)', 'text', 'halvex_asymmetric_verify')
+  ) AS declarations (signature, result, symbol) LOOP
+    EXECUTE format('CREATE FUNCTION %s RETURNS %s AS ''$libdir/halvex_encryption'', %L LANGUAGE C',
+                   declared.signature, declared.result, declared.symbol);
+  END LOOP;
+END $$;
 
 \echo -- Calls through other declarations are rejected by the component, with its own texts.
 SELECT priv_key('RSA');
