@@ -30,19 +30,20 @@ Header header_at(const std::string &file, std::size_t offset) {
 }
 
 // Every string constant of the shipped object that could be a name, in capital letters, and every
-// end of one, because the linker stores a constant that is the end of another only once.
+// end of one, because the linker stores a constant that is the end of another only once. They are
+// looked for by sections: not every processor gets a segment of constants alone.
 std::set<std::string> possible_names() {
   constexpr std::size_t longest_name = 24;
   const std::string file = content_of(component_path());
   const auto header = header_at<Elf64_Ehdr>(file, 0);
   std::set<std::string> names;
-  for (std::size_t i = 0; i < header.e_phnum; ++i) {
-    const auto segment = header_at<Elf64_Phdr>(file, header.e_phoff + i * sizeof(Elf64_Phdr));
-    if (segment.p_type != PT_LOAD || segment.p_flags != PF_R) {
+  for (std::size_t i = 0; i < header.e_shnum; ++i) {
+    const auto section = header_at<Elf64_Shdr>(file, header.e_shoff + i * sizeof(Elf64_Shdr));
+    if ((section.sh_flags & (SHF_ALLOC | SHF_WRITE | SHF_EXECINSTR)) != SHF_ALLOC) {
       continue;
     }
     std::string text;
-    for (const char byte : file.substr(segment.p_offset, segment.p_filesz)) {
+    for (const char byte : file.substr(section.sh_offset, section.sh_size)) {
       if (byte > ' ' && byte <= '~') {
         text += static_cast<char>(std::toupper(byte));
         continue;
