@@ -19,6 +19,15 @@ target_compile_options(halvex_warnings INTERFACE
   $<$<BOOL:${HALVEX_WARNINGS_AS_ERRORS}>:-Werror>
 )
 
+# Protection of indirect branches and return addresses, which each processor has in its own way.
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+  set(branch_protection -mbranch-protection=standard)
+  set(branch_protection_marks)
+else()
+  set(branch_protection -fcf-protection=full)
+  set(branch_protection_marks LINKER:-z,ibt LINKER:-z,shstk)
+endif()
+
 # What is loaded into somebody's server: hidden names, no symbol that pins the object in memory after
 # dlclose (unique symbols), and every protection that compiler and linker offer. The sanitizers' runtimes
 # need undefined symbols and bring checks of their own.
@@ -29,11 +38,11 @@ target_compile_options(halvex_loadable INTERFACE
   $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>
   -fstack-protector-strong
   -fstack-clash-protection
-  -fcf-protection=full
+  ${branch_protection}
 )
 target_compile_definitions(halvex_loadable INTERFACE _GLIBCXX_ASSERTIONS)
 target_link_options(halvex_loadable INTERFACE
-  LINKER:-z,now LINKER:-z,relro LINKER:-z,noexecstack LINKER:-z,ibt LINKER:-z,shstk
+  LINKER:-z,now LINKER:-z,relro LINKER:-z,noexecstack ${branch_protection_marks}
 )
 if(HALVEX_SANITIZE)
   add_compile_options(-fsanitize=${HALVEX_SANITIZE} -fno-omit-frame-pointer

@@ -12,9 +12,9 @@ find_package(OpenSSL 3.0 QUIET)
 require_debian_package(OPENSSL_FOUND "component_halvex_encryption" libssl-dev)
 
 if(HALVEX_BUILD_SQLITE_HOST OR HALVEX_BUILD_POSTGRESQL_HOST OR HALVEX_BUILD_FUZZERS
-   OR HALVEX_BUILD_BENCHMARKS)
+   OR HALVEX_BUILD_BENCHMARKS OR HALVEX_BUILD_TESTS)
   find_package(nlohmann_json 3.11 QUIET)
-  require_debian_package(nlohmann_json_FOUND "Every host (HALVEX_BUILD_*_HOST)" nlohmann-json3-dev)
+  require_debian_package(nlohmann_json_FOUND "What loads the component (HALVEX_BUILD_*)" nlohmann-json3-dev)
 endif()
 
 if(HALVEX_BUILD_SQLITE_HOST)

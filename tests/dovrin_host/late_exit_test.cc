@@ -9,10 +9,11 @@
 
 namespace {
 
-// Runs a shell command; returns its output and its exit status.
+// Runs a shell command that begins with a program of this build; returns its output and its exit
+// status.
 std::string run(const std::string &command, int &status) {
   std::string output;
-  FILE *const pipe = popen(command.c_str(), "r");
+  FILE *const pipe = popen((EMULATOR " " + command).c_str(), "r");
   if (pipe == nullptr) {
     return output;
   }
