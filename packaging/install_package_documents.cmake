@@ -1,7 +1,9 @@
 # Installs the documents that every Debian package has: its copyright, the changes of the project and those of the
-# package, its manual page, and the list of what the modules in it are linked with. The caller sets `package`, `version`, `maintainer`, `source_folder` and, for a manual
-# page, `page`, `engine` and `synopsis`. The date is SOURCE_DATE_EPOCH's, and
-# HALVEX_PACKAGE_REVISION in the environment is the part of the package's version behind the hyphen.
+# package, its manual page, and the list of what the modules in it are linked with.
+#
+# The caller sets `package`, `version`, `maintainer`, `source_folder` and, for a manual page, `page`, `engine` and
+# `synopsis`. The date is SOURCE_DATE_EPOCH's, and HALVEX_PACKAGE_REVISION in the environment is the part of the
+# package's version behind the hyphen.
 
 set(folder $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/share/doc/${package})
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)

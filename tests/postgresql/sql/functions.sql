@@ -1,4 +1,4 @@
--- What the seven functions give for good arguments, by type of argument and result.
+-- What the seven functions give for valid arguments, by type of argument and result.
 
 SELECT pg_typeof(create_asymmetric_priv_key('RSA', 2048)) AS priv_key,
        pg_typeof(create_asymmetric_pub_key('RSA', :'private_key')) AS pub_key,
