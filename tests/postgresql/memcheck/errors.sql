@@ -1,5 +1,9 @@
 -- Statements that end before their time, or in a way of their own.
 
+-- A server may compile every expression, if it finds the library for that.
+SET jit = on;
+SET jit_above_cost = 0;
+
 CREATE TABLE payloads AS SELECT n AS id, 'payload ' || n AS content FROM generate_series(1, 50) AS n;
 
 -- Cancelled: by itself, half way through its rows, and by a timeout.
