@@ -18,9 +18,17 @@ std::string component_files() {
   return files;
 }
 
-const char *row_context() {
+std::string row_context() {
   const Small_context_scope scope;
-  return scope ? "small" : "default";
+  const std::string context = scope ? "small" : "default";
+  switch (small_context_use_of_environment()) {
+    case Small_context_use::always:
+      return context + " (HALVEX_ROW_CONTEXT=on)";
+    case Small_context_use::never:
+      return context + " (HALVEX_ROW_CONTEXT=off)";
+    default:
+      return context;
+  }
 }
 
 }  // namespace

@@ -30,7 +30,9 @@ struct Engine_versions {
 //   engine_built_with     the same of the headers that the adapter was compiled with
 //   openssl               the version of the library that runs
 //   openssl_built_with    the version of its headers
-//   row_context           where this thread's rows with RSA keys run: "small" or "default"
+//   row_context           where this thread's rows with RSA keys run: "small" or "default"; behind
+//                         it the environment variable in parentheses, if it decides instead of a
+//                         measurement
 //
 // Any thread; throws std::bad_alloc only.
 std::vector<Version> list_versions(const Engine_versions &engine);
