@@ -109,8 +109,8 @@ class ThisBuild(unittest.TestCase):
             settings = [s.partition("=")[2] for s in tool.property_of(test, "ENVIRONMENT")]
             if command[0] in executables:
                 continue
-            for file in [*command[1:], *settings]:
-                if file.endswith(".so"):
+            for file in [*command, *settings]:
+                if file.endswith(".so") or (file == command[0] and file.startswith(f"{BUILD}/")):
                     self.assertIn(file, tool.property_of(test, "REQUIRED_FILES"), test["name"])
 
 
