@@ -27,7 +27,7 @@ function(add_fuzz_executable name target)
     add_executable(${name} ${HALVEX_FUZZ_FOLDER}/row_context_fuzz.cc)
     target_compile_definitions(${name} PRIVATE
       HALVEX_COMPONENT_PATH="$<TARGET_FILE:component_halvex_encryption>")
-    target_link_libraries(${name} PRIVATE dovrin_host halvex_warnings)
+    target_link_libraries(${name} PRIVATE halvex_host_rows halvex_warnings)
     add_dependencies(${name} component_halvex_encryption)
     return()
   endif()

@@ -5,10 +5,15 @@
 
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
 #include <map>
 
+#include "dovrin_host/row_context.h"
+#include "dovrin_host/server.h"
 #include "support/function_names.h"
+#include "support/host_rows.h"
 #include "support/reference_implementation.h"
+#include "support/temporary_folder.h"
 
 namespace halvex_test {
 
@@ -125,6 +130,29 @@ bool attempt_legacy(const std::string &text, const std::string &signature, const
   return raw_verify_result(key.get(), documented_digest(name), text, signature) >= 0;
 }
 
+// Installs a copy of the component into the stand-in server, once. One object serves one server,
+// and the recording server has the original.
+void install_in_host() {
+  static const bool installed = [] {
+    const Temporary_folder folder;
+    const std::string copy = folder / std::filesystem::path(component_path()).filename();
+    std::filesystem::copy_file(component_path(), copy);
+    return dovrin_host::Server::instance().install(copy).ok();
+  }();
+  ASSERT_TRUE(installed);
+}
+
+void expect_alike_in_both_contexts(const std::string &function,
+                                   const std::vector<Argument> &arguments) {
+  install_in_host();
+  std::vector<dovrin_host::Argument> strings;
+  for (const Argument &argument : arguments) {
+    strings.push_back(dovrin_host::Argument::string(argument.value.value()));
+  }
+  const Both_rows rows = run_in_both_contexts(function, strings);
+  EXPECT_TRUE(rows.alike) << rows;
+}
+
 }  // namespace
 
 const EVP_MD *documented_digest(const std::string &name) {
@@ -213,12 +241,22 @@ Expectation expected_verification(const std::string &text, const std::string &si
 
 void Conformance_test::set_legacy_padding(bool on) {
   legacy_ = on;
+  install_in_host();
+  set_host_legacy_padding(on);
   switch_legacy_padding(on);
+}
+
+Call_result Conformance_test::call_everywhere(const std::string &function,
+                                              const std::vector<Argument> &arguments) {
+  if (dovrin_host::describe_function(function).has(dovrin_host::Argument_kind::key)) {
+    expect_alike_in_both_contexts(function, arguments);
+  }
+  return call(function, arguments);
 }
 
 Row_result Conformance_test::expect(const Expectation &expectation, const std::string &function,
                                     const std::vector<Argument> &arguments) {
-  const Call_result result = call(function, arguments);
+  const Call_result result = call_everywhere(function, arguments);
   EXPECT_EQ(result.rejection, std::nullopt);
   EXPECT_EQ(result.row.is_null, expectation.is_null);
   EXPECT_FALSE(result.row.error);
@@ -237,7 +275,7 @@ Row_result Conformance_test::expect(const Expectation &expectation, const std::s
 
 std::string Conformance_test::value_of(const std::string &function,
                                        const std::vector<Argument> &arguments) {
-  const Call_result result = call(function, arguments);
+  const Call_result result = call_everywhere(function, arguments);
   EXPECT_EQ(result.rejection, std::nullopt);
   EXPECT_FALSE(result.row.is_null);
   EXPECT_EQ(server.records(), std::vector<Record>());

@@ -36,7 +36,8 @@ Expectation expected_verification(const std::string &text, const std::string &si
                                   bool legacy);
 
 // The shipped component behind a recording server, and calls that compare results and whole
-// records.
+// records. A call with a key is made in the stand-in server too, and there has to end alike in the
+// default library context and in the small one of its thread.
 class Conformance_test : public Component_test {
  protected:
   void set_legacy_padding(bool on);
@@ -59,6 +60,9 @@ class Conformance_test : public Component_test {
                                 const std::string &pem, const std::string &digest_name);
 
  private:
+  // Makes the call, and in the stand-in server twice.
+  Call_result call_everywhere(const std::string &function, const std::vector<Argument> &arguments);
+
   bool legacy_ = false;
 };
 

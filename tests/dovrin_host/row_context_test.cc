@@ -9,7 +9,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <random>
@@ -19,18 +18,21 @@
 #include <vector>
 
 #include "dovrin_host/server.h"
-#include "printers.h"
-#include "records.h"
 #include "support/fixture.h"
+#include "support/host_rows.h"
 
 namespace dovrin_host {
 
 namespace {
 
+using halvex_test::Both_rows;
 using halvex_test::fixture;
+using halvex_test::Host_row;
+using halvex_test::run_host_row;
+using halvex_test::run_in_both_contexts;
+using halvex_test::set_host_legacy_padding;
 
 constexpr const char *component_name = "dovrin::component_halvex_encryption";
-constexpr const char *legacy_padding = "component_halvex_encryption.rsa_support_legacy_padding";
 
 struct Context_deleter {
   void operator()(OSSL_LIB_CTX *context) const { OSSL_LIB_CTX_free(context); }
@@ -179,33 +181,16 @@ struct Call {
   std::vector<std::string> arguments;
 };
 
-struct Outcome {
-  Row_result::Kind kind = Row_result::Kind::null;
-  std::string bytes;
-  long long integer = 0;
-  std::vector<Log_record> records;
-
-  bool operator==(const Outcome &) const = default;
-};
-
-std::ostream &operator<<(std::ostream &out, const Outcome &outcome) {
-  return out << "kind " << static_cast<int>(outcome.kind) << ", " << outcome.bytes.size()
-             << " bytes, integer " << outcome.integer << ", records "
-             << testing::PrintToString(outcome.records);
-}
-
-Outcome run(const Call &call, Small_context_use use) {
-  set_small_context_use(use);
-  const Listener listener;
-  const std::vector<Item_result> types(call.arguments.size(), STRING_RESULT);
-  auto instance = Server::instance().open_function(call.function, types);
-  EXPECT_TRUE(instance.ok()) << instance.message();
+std::vector<Argument> string_arguments(const Call &call) {
   std::vector<Argument> arguments;
   for (const std::string &argument : call.arguments) {
     arguments.push_back(Argument::string(argument));
   }
-  const Row_result row = instance.value()->row(arguments);
-  return {row.kind, std::string{row.text}, row.integer, listener.records()};
+  return arguments;
+}
+
+Host_row run(const Call &call, Small_context_use use) {
+  return run_host_row(call.function, string_arguments(call), use);
 }
 
 // The fixtures of one key pair, by their names without ".pem".
@@ -307,37 +292,16 @@ class RowContextDifference : public RowContext {
     EXPECT_TRUE(installed.ok()) << installed.message();
   }
   ~RowContextDifference() override {
-    set_legacy(false);
+    set_host_legacy_padding(false);
     const Status uninstalled = Server::instance().uninstall(component_name);
     EXPECT_TRUE(uninstalled.ok()) << uninstalled.message();
   }
 
-  static void set_legacy(bool on) {
-    const Status set = Server::instance().variables().set(legacy_padding, Setting{on});
-    EXPECT_TRUE(set.ok()) << set.message();
-  }
-
-  // Both contexts give the same; returns the outcome in the small one.
-  static Outcome expect_same(const Call &call) {
-    const Outcome by_default = run(call, Small_context_use::never);
-    Outcome small = run(call, Small_context_use::always);
-    EXPECT_EQ(small, by_default) << testing::PrintToString(call.arguments);
-    return small;
-  }
-
-  // The same for a function with a random value. Values of RSA keys have one length; the DER
-  // encoding of an ECDSA or DSA signature, which is shorter than any RSA value here, has not.
-  static Outcome expect_same_but_bytes(const Call &call) {
-    Outcome by_default = run(call, Small_context_use::never);
-    Outcome small = run(call, Small_context_use::always);
-    constexpr std::size_t longest_der_signature = 72;
-    if (std::max(small.bytes.size(), by_default.bytes.size()) > longest_der_signature) {
-      EXPECT_EQ(small.bytes.size(), by_default.bytes.size());
-    }
-    EXPECT_EQ(small.bytes.empty(), by_default.bytes.empty());
-    by_default.bytes = small.bytes;
-    EXPECT_EQ(small, by_default) << testing::PrintToString(call.arguments);
-    return small;
+  // Both contexts give the same; returns the row in the small one.
+  static Host_row expect_alike(const Call &call) {
+    Both_rows rows = run_in_both_contexts(call.function, string_arguments(call));
+    EXPECT_TRUE(rows.alike) << rows << '\n' << testing::PrintToString(call.arguments);
+    return std::move(rows.small);
   }
 };
 
@@ -351,17 +315,17 @@ TEST_F(RowContextDifference, RandomCallsGiveTheSameInBothContexts) {
   int values = 0;
 
   for (int round = 0; round < rounds && !HasFailure(); ++round) {
-    set_legacy(random.one_in(4));
+    set_host_legacy_padding(random.one_in(4));
     const Key_pair &pair = random.pair();
     const std::string private_key = random.key(pair.private_key);
     const std::string public_key = random.key(pair.public_key);
     const std::string data(1 + random.below(random.one_in(8) ? 300 : 60), 'd');
     const std::string digest = random.digest();
 
-    values += expect_same({"create_asymmetric_pub_key", {"RSA", private_key}}).kind == string_value;
+    values +=
+        expect_alike({"create_asymmetric_pub_key", {"RSA", private_key}}).kind == string_value;
 
-    const Outcome ciphertext =
-        expect_same_but_bytes({"asymmetric_encrypt", {"RSA", data, public_key}});
+    const Host_row ciphertext = expect_alike({"asymmetric_encrypt", {"RSA", data, public_key}});
     values += ciphertext.kind == string_value;
     std::string encrypted = ciphertext.kind == string_value ? ciphertext.bytes : data;
     if (random.one_in(4)) {
@@ -370,17 +334,17 @@ TEST_F(RowContextDifference, RandomCallsGiveTheSameInBothContexts) {
     // A made-up plaintext, which newer libraries give with the legacy switch on, depends on key and
     // ciphertext alone.
     values +=
-        expect_same({"asymmetric_decrypt", {"RSA", encrypted, private_key}}).kind == string_value;
+        expect_alike({"asymmetric_decrypt", {"RSA", encrypted, private_key}}).kind == string_value;
 
-    const Outcome signature =
-        expect_same_but_bytes({"asymmetric_sign", {"RSA", data, private_key, digest}});
+    const Host_row signature =
+        expect_alike({"asymmetric_sign", {"RSA", data, private_key, digest}});
     values += signature.kind == string_value;
     std::string signed_bytes = signature.kind == string_value ? signature.bytes : data;
     if (random.one_in(4)) {
       signed_bytes[random.below(signed_bytes.size())] ^= 1;
     }
-    expect_same({"asymmetric_verify", {"RSA", data, signed_bytes, public_key, digest}});
-    expect_same(
+    expect_alike({"asymmetric_verify", {"RSA", data, signed_bytes, public_key, digest}});
+    expect_alike(
         {"asymmetric_verify",
          {"RSA", data, signed_bytes, fixture(std::string{pair.public_key} + ".pem"), digest}});
   }
@@ -390,13 +354,13 @@ TEST_F(RowContextDifference, RandomCallsGiveTheSameInBothContexts) {
 TEST_F(RowContextDifference, ValuesOfTheSmallContextAreRightInTheDefaultOne) {
   const std::string private_key = fixture("rsa2048.pem");
   const std::string public_key = fixture("rsa2048-public.pem");
-  const Outcome ciphertext =
+  const Host_row ciphertext =
       run({"asymmetric_encrypt", {"RSA", "text", public_key}}, Small_context_use::always);
   EXPECT_EQ(
       run({"asymmetric_decrypt", {"RSA", ciphertext.bytes, private_key}}, Small_context_use::never)
           .bytes,
       "text");
-  const Outcome signature =
+  const Host_row signature =
       run({"asymmetric_sign", {"RSA", "text", private_key, "SHA256"}}, Small_context_use::always);
   EXPECT_EQ(run({"asymmetric_verify", {"RSA", "text", signature.bytes, public_key, "SHA256"}},
                 Small_context_use::never)
@@ -406,8 +370,8 @@ TEST_F(RowContextDifference, ValuesOfTheSmallContextAreRightInTheDefaultOne) {
 
 TEST_F(RowContextDifference, DefaultPropertiesThatHideRsaGiveTheSameRecords) {
   ASSERT_EQ(EVP_set_default_properties(nullptr, "fips=yes"), 1);
-  const Outcome outcome =
-      expect_same({"asymmetric_sign", {"RSA", "text", fixture("rsa2048.pem"), "SHA256"}});
+  const Host_row outcome =
+      expect_alike({"asymmetric_sign", {"RSA", "text", fixture("rsa2048.pem"), "SHA256"}});
   ASSERT_EQ(EVP_set_default_properties(nullptr, ""), 1);
   EXPECT_EQ(outcome.kind, Row_result::Kind::null);
   EXPECT_EQ(outcome.records.size(), 2U);
@@ -421,9 +385,8 @@ TEST_F(RowContextDifference, ThreadsComeAndGo) {
       threads.emplace_back([&] {
         const std::vector<Item_result> types(2, STRING_RESULT);
         auto instance = Server::instance().open_function(call.function, types);
-        const std::vector<Argument> arguments{Argument::string(call.arguments[0]),
-                                              Argument::string(call.arguments[1])};
-        EXPECT_EQ(instance.value()->row(arguments).text, fixture("rsa2048-public.pem"));
+        EXPECT_EQ(instance.value()->row(string_arguments(call)).text,
+                  fixture("rsa2048-public.pem"));
       });
     }
     for (std::thread &thread : threads) {
