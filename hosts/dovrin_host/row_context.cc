@@ -1,6 +1,7 @@
 #include "dovrin_host/row_context.h"
 
 #include <openssl/bio.h>
+#include <openssl/conf.h>
 #include <openssl/core_dispatch.h>
 #include <openssl/core_names.h>
 #include <openssl/crypto.h>
@@ -226,10 +227,29 @@ bool has_rsa_engine() {
 #endif
 }
 
+void free_text(char *text) { OPENSSL_free(text); }
+
+// Whether the configuration file chooses random generators or their source of seed (config(5ssl),
+// "random"), which apply to the default context only. Read once per process, as OpenSSL reads it.
+bool configuration_chooses_random() {
+  static const bool chooses = [] {
+    const std::unique_ptr<char, Free_with<free_text>> file{CONF_get1_default_config_file()};
+    const std::unique_ptr<CONF, Free_with<NCONF_free>> configuration{NCONF_new(nullptr)};
+    if (!file || !configuration || NCONF_load(configuration.get(), file.get(), nullptr) <= 0) {
+      return false;
+    }
+    const char *const section = NCONF_get_string(configuration.get(), nullptr, "openssl_conf");
+    return section != nullptr &&
+           NCONF_get_string(configuration.get(), section, "random") != nullptr;
+  }();
+  return chooses;
+}
+
 // Whether the default context is as OpenSSL makes it, on this thread and at this moment.
 bool default_context_is_unchanged() {
   return OSSL_LIB_CTX_set0_default(nullptr) == OSSL_LIB_CTX_get0_global_default() &&
-         has_only_the_default_provider() && offers_rsa_by_default() && !has_rsa_engine();
+         has_only_the_default_provider() && offers_rsa_by_default() && !has_rsa_engine() &&
+         !configuration_chooses_random();
 }
 
 // An RSA key of 2048 bits for the measurement; what it belongs to does not matter.

@@ -37,8 +37,9 @@ bool reads_alike_in_small_context(std::string_view pem) noexcept;
 
 // Makes the calling thread's small context its default while this object exists, if
 // Small_context_use allows it. Has no effect while the thread or the process has changed what the
-// default context does (another thread-default context, provider, engine or default property), when
-// out of memory, and while the thread ends.
+// default context does (another thread-default context, provider, engine or default property),
+// where the configuration file chooses random generators, when out of memory, and while the thread
+// ends.
 class Small_context_scope {
  public:
   Small_context_scope() noexcept;

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <random>
 #include <string>
@@ -20,6 +21,7 @@
 #include "dovrin_host/server.h"
 #include "support/fixture.h"
 #include "support/host_rows.h"
+#include "support/temporary_folder.h"
 
 namespace dovrin_host {
 
@@ -109,6 +111,24 @@ TEST_F(RowContext, StaysOutWhenDefaultPropertiesHideRsa) {
   EXPECT_FALSE(enters_small_context());
   ASSERT_EQ(EVP_set_default_properties(nullptr, ""), 1);
   EXPECT_TRUE(enters_small_context());
+}
+
+// OpenSSL reads its configuration once, so each case has a process of its own.
+TEST_F(RowContext, StaysOutWhenTheConfigurationChoosesRandomGenerators) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  constexpr int entered = 10;
+  constexpr int stayed_out = 11;
+  const auto ask = [] { _exit(enters_small_context() ? entered : stayed_out); };
+  const halvex_test::Temporary_folder folder;
+  const std::string file = folder / "openssl.cnf";
+  setenv("OPENSSL_CONF", file.c_str(), 1);
+  const std::string start = "openssl_conf = init\n[init]\n";
+
+  std::ofstream{file} << start << "oid_section = oids\n[oids]\n";
+  EXPECT_EXIT(ask(), testing::ExitedWithCode(entered), "");
+  std::ofstream{file} << start << "random = generators\n[generators]\nrandom = HASH-DRBG\n";
+  EXPECT_EXIT(ask(), testing::ExitedWithCode(stayed_out), "");
+  unsetenv("OPENSSL_CONF");
 }
 
 // Asks from a destructor that runs after the thread's small context is gone.
