@@ -60,10 +60,10 @@ def as_ratio(figure):
 
 
 def as_size(size):
-    for unit, factor in (("MB", 1000000), ("KiB", 1024)):
+    for unit, factor in (("MB", 1000000), ("MiB", 1 << 20), ("KiB", 1 << 10)):
         if size >= factor and size % factor == 0:
             return f"{size // factor} {unit}"
-    return "1 MiB" if size == 1 << 20 else f"{size} B"
+    return f"{size} B"
 
 
 def table(head, rows):

@@ -110,7 +110,7 @@ def digest_rows(options):
         connection.execute(f"SELECT sum(length({expression})) FROM times CROSS JOIN contents WHERE times.i <= ?",
                            (rows // 300,)).fetchone()
 
-    seconds = in_turn(3 * options.rounds, {
+    seconds = in_turn(2 * options.rounds, {
         (kind, threads): lambda used=connections[:threads], expression=expression: on_threads(
             [lambda connection=connection: run(connection, expression) for connection in used])
         for kind, expression in DIGESTS.items() for threads in (1, 2)})
