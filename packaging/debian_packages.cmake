@@ -25,6 +25,15 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_INSTALL_CMAKE_PROJECTS)
 set(CPACK_COMPONENTS_ALL)
 
+# install_examples(component package pattern...): puts the scripts that match into the package's documents.
+function(install_examples component package)
+  file(GLOB examples CONFIGURE_DEPENDS ${ARGN})
+  # It needs several servers, which only a checkout starts.
+  list(FILTER examples EXCLUDE REGEX /shards.sql$)
+  install(FILES ${examples} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package}/examples
+          COMPONENT debian_${component} EXCLUDE_FROM_ALL)
+endfunction()
+
 # add_debian_package(component package section folder summary description page engine synopsis): makes a package of
 # what `folder` installs as `component`, and its documents. The manual page `page`, none if that is empty, says how
 # the functions come into `engine`.
@@ -69,6 +78,9 @@ if(HALVEX_BUILD_SQLITE_HOST)
 signatures and message digests, on OpenSSL 3. The command .load halvex_sqlite
 of the sqlite3 shell loads it, as does any program that loads extensions."
     halvex_sqlite SQLite "SELECT load_extension('halvex_sqlite');")
+  install_examples(sqlite sqlite3-halvex ${CMAKE_SOURCE_DIR}/examples/*.sql)
+  install(PROGRAMS ${CMAKE_SOURCE_DIR}/examples/exchange_with_openssl
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/sqlite3-halvex/examples COMPONENT debian_sqlite EXCLUDE_FROM_ALL)
   set(CPACK_DEBIAN_SQLITE_PACKAGE_PACKAGE_SHLIBDEPS ON)
   # Debian's own library is built with extension loading.
   set(CPACK_DEBIAN_SQLITE_PACKAGE_PACKAGE_RECOMMENDS "libsqlite3-0 (>= 3.38)")
@@ -82,6 +94,7 @@ if(HALVEX_BUILD_POSTGRESQL_HOST)
 encryption, signatures and message digests, on OpenSSL 3. The statement
 CREATE EXTENSION halvex_encryption brings them into a database."
     halvex_postgresql-${HALVEX_PG_VERSION} "PostgreSQL ${HALVEX_PG_VERSION}" "CREATE EXTENSION halvex_encryption;")
+  install_examples(postgresql postgresql-${HALVEX_PG_VERSION}-halvex ${CMAKE_SOURCE_DIR}/examples/postgresql/*.sql)
   set(CPACK_DEBIAN_POSTGRESQL_PACKAGE_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_POSTGRESQL_PACKAGE_PACKAGE_DEPENDS postgresql-${HALVEX_PG_VERSION})
   set(CPACK_DEBIAN_POSTGRESQL_PACKAGE_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_BINARY_DIR}/prerm)
