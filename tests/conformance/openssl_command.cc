@@ -5,21 +5,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
+
+#include "support/fixture.h"
 
 namespace halvex_test {
 
 namespace {
-
-std::string bytes_of_file(const std::filesystem::path &path) {
-  const std::ifstream file(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << file.rdbuf();
-  return bytes.str();
-}
 
 // Where a child's input and outputs go.
 class Redirections {
@@ -51,26 +44,13 @@ int wait_for(pid_t child) {
 
 }  // namespace
 
-Openssl_command::Openssl_command() {
-  std::string pattern = std::filesystem::temp_directory_path() / "halvex-conformance-XXXXXX";
-  if (mkdtemp(pattern.data()) == nullptr) {
-    throw std::runtime_error("cannot make a folder like " + pattern);
-  }
-  folder_ = pattern;
-}
-
-Openssl_command::~Openssl_command() {
-  std::error_code ignored;
-  std::filesystem::remove_all(folder_, ignored);
-}
-
 std::string Openssl_command::file(const std::string &name, const std::string &bytes) const {
-  const std::filesystem::path path = folder_ / name;
+  const std::string path = folder_ / name;
   std::ofstream file(path, std::ios::binary);
   file << bytes;
   file.close();
   if (!file) {
-    throw std::runtime_error("cannot write " + path.string());
+    throw std::runtime_error("cannot write " + path);
   }
   return path;
 }
@@ -94,7 +74,7 @@ std::optional<std::string> Openssl_command::run(const std::vector<std::string> &
   if (wait_for(child) != 0) {
     return std::nullopt;
   }
-  return bytes_of_file(output);
+  return file_bytes(output);
 }
 
 }  // namespace halvex_test

@@ -3,22 +3,17 @@
 #ifndef HALVEX_TESTS_CONFORMANCE_OPENSSL_COMMAND_H
 #define HALVEX_TESTS_CONFORMANCE_OPENSSL_COMMAND_H
 
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "support/temporary_folder.h"
+
 namespace halvex_test {
 
-// A folder of the test's own with the files that the command reads; removed with its content.
+// A folder with the files that the command reads, and runs of it.
 class Openssl_command {
  public:
-  // Throws std::runtime_error if the folder cannot be made.
-  Openssl_command();
-  ~Openssl_command();
-  Openssl_command(const Openssl_command &) = delete;
-  Openssl_command &operator=(const Openssl_command &) = delete;
-
   // Writes a file into the folder and returns its path.
   [[nodiscard]] std::string file(const std::string &name, const std::string &bytes) const;
 
@@ -28,7 +23,7 @@ class Openssl_command {
   [[nodiscard]] std::optional<std::string> run(const std::vector<std::string> &arguments) const;
 
  private:
-  std::filesystem::path folder_;
+  Temporary_folder folder_;
 };
 
 }  // namespace halvex_test

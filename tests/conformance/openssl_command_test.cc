@@ -190,19 +190,6 @@ TEST_P(CommandReadsCreatedKeys, CreatesKeysThatTheCommandFindsGood) {
 INSTANTIATE_TEST_SUITE_P(Bits, CommandReadsCreatedKeys, ::testing::Values(2048, 3072, 4096),
                          ::testing::PrintToStringParamName());
 
-class CommandDigests : public OpensslCommand {};
-
-TEST_F(CommandDigests, AreTheOnesOfTheCommand) {
-  for (const std::string &text : {std::string(), std::string("abc"), every_byte(),
-                                  std::string("a\0b", 3), std::string(100000, 'x')}) {
-    for (const auto &[name, digest] : digests) {
-      EXPECT_EQ(value_of("create_digest", {name, text}),
-                command.run({"dgst", "-binary", digest, command.file("text", text)}))
-          << name;
-    }
-  }
-}
-
 // EC and DSA keys sign in their own way, without any padding.
 class CommandWithOtherKeyKinds : public OpensslCommand,
                                  public ::testing::WithParamInterface<const char *> {};
@@ -290,18 +277,6 @@ TEST_F(CommandKeyTexts, WithBothHalvesCountAsPrivate) {
   check_encryption("text", public_key + private_key);
   check_verification("text", std::string(256, 'x'), public_key + private_key, "SHA256");
   EXPECT_FALSE(check_signature("text", public_key + private_key, "SHA256").is_null);
-}
-
-TEST_F(CommandKeyTexts, OfTheOldPublicFormAreReadAsTheLibraryReadsThem) {
-  const std::string old_form =
-      command.run({"rsa", "-pubin", "-in", command.file("public", public_key), "-RSAPublicKey_out"})
-          .value();
-  ASSERT_TRUE(old_form.starts_with("-----BEGIN RSA PUBLIC KEY-----"));
-  const Row_result cipher = check_encryption("text", old_form);
-  EXPECT_EQ(cipher.is_null, read_public_pem(old_form) == nullptr);
-  if (!cipher.is_null) {
-    EXPECT_EQ(command_decrypts(private_key, cipher.bytes), "text");
-  }
 }
 
 TEST_F(CommandKeyTexts, WithTheWordsInACommentCountAsPrivate) {

@@ -17,6 +17,7 @@
 
 #include "support/component_test.h"
 #include "support/function_names.h"
+#include "support/hexadecimal.h"
 #include "support/reference_implementation.h"
 
 namespace halvex_test {
@@ -30,21 +31,11 @@ constexpr std::array digest_names{"SHA224",   "SHA256",   "SHA384",   "SHA512",
 // A fixed text that is a valid signature of nothing.
 constexpr unsigned char no_signature = 0x01;
 
-std::string hexadecimal(const std::string &bytes) {
-  constexpr const char *digits = "0123456789ABCDEF";
-  std::string text;
-  for (const char character : bytes) {
-    const auto byte = static_cast<unsigned char>(character);
-    text += {digits[byte >> 4U], digits[byte & 15U]};
-  }
-  return text;
-}
-
 std::string escaped(const std::string &text) {
   std::string result;
   for (const char character : text) {
     result += character >= ' ' && character <= '~' ? std::string(1, character)
-                                                   : "\\x" + hexadecimal(std::string(1, character));
+                                                   : "\\x" + to_hex(std::string(1, character));
   }
   return result;
 }
@@ -107,9 +98,9 @@ class SameResults : public Component_test {
   void show(const std::string &function, const std::vector<Shown> &arguments) {
     show(function, arguments, [](const Call_result &result) {
       const std::string &bytes = result.row.bytes;
-      return bytes.size() <= 64 ? hexadecimal(bytes)
+      return bytes.size() <= 64 ? to_hex(bytes)
                                 : std::to_string(bytes.size()) + " bytes with the SHA-256 digest " +
-                                      hexadecimal(reference_digest("SHA256", bytes));
+                                      to_hex(reference_digest("SHA256", bytes));
     });
   }
 

@@ -10,6 +10,7 @@
 
 #include "conformance/expectations.h"
 #include "conformance/vector_files.h"
+#include "support/hexadecimal.h"
 #include "support/reference_implementation.h"
 
 namespace halvex_test {

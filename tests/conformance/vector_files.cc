@@ -38,15 +38,6 @@ bool is_hex(const std::string &line) {
   return !line.empty() && line.find_first_not_of("0123456789abcdefABCDEF \t") == std::string::npos;
 }
 
-unsigned digit_value(char digit) {
-  const auto place = std::string_view("0123456789abcdef")
-                         .find(static_cast<char>(std::tolower(static_cast<unsigned char>(digit))));
-  if (place == std::string_view::npos) {
-    throw std::runtime_error(std::string("not a hexadecimal digit: ") + digit);
-  }
-  return static_cast<unsigned>(place);
-}
-
 std::vector<Vector> checked(const std::filesystem::path &name, std::vector<Vector> vectors) {
   if (vectors.empty()) {
     throw std::runtime_error("no vector in " + name.string());
@@ -130,37 +121,6 @@ std::size_t lines_beginning_with(const std::filesystem::path &name, const std::s
     count += line.starts_with(beginning) ? 1 : 0;
   }
   return count;
-}
-
-std::string from_hex(const std::string &digits) {
-  std::string bytes;
-  unsigned high = 0;
-  bool half = false;
-  for (const char digit : digits) {
-    if (std::isspace(static_cast<unsigned char>(digit)) != 0) {
-      continue;
-    }
-    const unsigned value = digit_value(digit);
-    if (half) {
-      bytes.push_back(static_cast<char>(high << 4U | value));
-    }
-    high = value;
-    half = !half;
-  }
-  if (half) {
-    throw std::runtime_error("an odd number of hexadecimal digits");
-  }
-  return bytes;
-}
-
-std::string to_hex(const std::string &bytes) {
-  std::string digits;
-  for (const char byte : bytes) {
-    const auto value = static_cast<unsigned char>(byte);
-    digits.push_back("0123456789abcdef"[value >> 4U]);
-    digits.push_back("0123456789abcdef"[value & 15U]);
-  }
-  return digits;
 }
 
 }  // namespace halvex_test

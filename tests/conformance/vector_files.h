@@ -36,10 +36,6 @@ std::vector<Vector> read_headed_file(const std::filesystem::path &name, const st
 // How many lines of the file start with `beginning`: counts vectors without reading them.
 std::size_t lines_beginning_with(const std::filesystem::path &name, const std::string &beginning);
 
-// The bytes written in hexadecimal digits; throws std::runtime_error at anything else.
-std::string from_hex(const std::string &digits);
-std::string to_hex(const std::string &bytes);
-
 }  // namespace halvex_test
 
 #endif  // HALVEX_TESTS_CONFORMANCE_VECTOR_FILES_H

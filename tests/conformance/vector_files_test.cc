@@ -8,6 +8,8 @@
 
 #include <stdexcept>
 
+#include "support/hexadecimal.h"
+
 namespace halvex_test {
 namespace {
 

@@ -80,12 +80,6 @@ Argument null_integer() {
   return argument;
 }
 
-Argument decimal(const std::string &digits) {
-  Argument argument(digits);
-  argument.type = DECIMAL_RESULT;
-  return argument;
-}
-
 Call_site::Call_site(const Registered_function &function, const std::vector<Argument> &arguments)
     : function_(function), first_arguments_(arguments), instance_(std::make_unique<UDF_INIT>()) {
   instance_->maybe_null = function.result_type == INT_RESULT;

@@ -30,8 +30,6 @@ struct Argument {
 
 Argument null_string();
 Argument null_integer();
-// A decimal is passed as its digits.
-Argument decimal(const std::string &digits);
 
 // What one row gave.
 struct Row_result {

@@ -14,12 +14,15 @@ std::string fixture_path(const std::string &name) {
 }
 
 std::string project_file(const std::string &path) {
-  const std::string whole_path = std::string(HALVEX_PROJECT_FOLDER) + "/" + path;
-  const std::ifstream file(whole_path, std::ios::binary);
+  return file_bytes(std::string(HALVEX_PROJECT_FOLDER) + "/" + path);
+}
+
+std::string file_bytes(const std::string &path) {
+  const std::ifstream file(path, std::ios::binary);
   std::ostringstream bytes;
   bytes << file.rdbuf();
   if (!file || !bytes) {
-    static_cast<void>(std::fprintf(stderr, "Cannot read %s\n", whole_path.c_str()));
+    static_cast<void>(std::fprintf(stderr, "Cannot read %s\n", path.c_str()));
     std::abort();
   }
   return bytes.str();

@@ -1,4 +1,4 @@
-// The key files of tests/fixtures.
+// The key files of tests/fixtures, and other files that a test reads.
 
 #ifndef HALVEX_TESTS_SUPPORT_FIXTURE_H
 #define HALVEX_TESTS_SUPPORT_FIXTURE_H
@@ -14,6 +14,9 @@ std::string fixture_path(const std::string &name);
 
 // The bytes of any file of this project, by its path from the top folder. Aborts like fixture().
 std::string project_file(const std::string &path);
+
+// The bytes of the file at this path. Aborts like fixture().
+std::string file_bytes(const std::string &path);
 
 }  // namespace halvex_test
 

@@ -1,49 +1,27 @@
 // The algorithm names and digest types that the shipped object accepts: all of them are found, and
 // each must have a known answer here and a place in the README.
 
-#include <elf.h>
-
 #include <algorithm>
 #include <cctype>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 
 #include "support/component_test.h"
+#include "support/elf_object.h"
+#include "support/hexadecimal.h"
 #include "support/reference_implementation.h"
 
 namespace halvex_test {
 namespace {
 
-std::string content_of(const std::string &path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-template <typename Header>
-Header header_at(const std::string &file, std::size_t offset) {
-  Header header{};
-  std::memcpy(&header, file.substr(offset).data(), sizeof header);
-  return header;
-}
-
 // Every string constant of the shipped object that could be a name, in capital letters, and every
-// end of one, because the linker stores a constant that is the end of another only once. They are
-// looked for by sections: not every processor gets a segment of constants alone.
+// end of one, because the linker stores a constant that is the end of another only once.
 std::set<std::string> possible_names() {
   constexpr std::size_t longest_name = 24;
-  const std::string file = content_of(component_path());
-  const auto header = header_at<Elf64_Ehdr>(file, 0);
   std::set<std::string> names;
-  for (std::size_t i = 0; i < header.e_shnum; ++i) {
-    const auto section = header_at<Elf64_Shdr>(file, header.e_shoff + i * sizeof(Elf64_Shdr));
-    if ((section.sh_flags & (SHF_ALLOC | SHF_WRITE | SHF_EXECINSTR)) != SHF_ALLOC) {
-      continue;
-    }
+  for (const std::string &section : constant_sections(component_path())) {
     std::string text;
-    for (const char byte : file.substr(section.sh_offset, section.sh_size)) {
+    for (const char byte : section) {
       if (byte > ' ' && byte <= '~') {
         text += static_cast<char>(std::toupper(byte));
         continue;
@@ -90,16 +68,6 @@ const std::map<std::string, Known_digest> known_digests{
 
 const std::vector<std::string> known_algorithms{"RSA"};
 
-std::string in_hexadecimal(const std::string &bytes) {
-  constexpr char digits[] = "0123456789abcdef";
-  std::string text;
-  for (const char byte : bytes) {
-    const auto value = static_cast<unsigned char>(byte);
-    text += {digits[value >> 4U], digits[value & 15U]};
-  }
-  return text;
-}
-
 class AcceptedNames : public Component_test {
  protected:
   const std::string readme = project_file("README.md");
@@ -116,7 +84,7 @@ TEST_F(AcceptedNames, EveryDigestTypeHasAKnownAnswer) {
     }
     accepted.push_back(name);
     ASSERT_TRUE(known_digests.contains(name)) << name << " has no known answer";
-    EXPECT_EQ(in_hexadecimal(row.bytes), known_digests.at(name).of_abc) << name;
+    EXPECT_EQ(to_hex(row.bytes), known_digests.at(name).of_abc) << name;
   }
   std::vector<std::string> expected;
   for (const auto &[name, known] : known_digests) {
@@ -134,6 +102,7 @@ TEST_F(AcceptedNames, EveryDigestTypeSignsWithThatDigest) {
     EXPECT_EQ(call("asymmetric_verify", {"RSA", "abc", row.bytes, public_key, name}).row.integer, 1)
         << name;
   }
+  EXPECT_THAT(server.records(), ::testing::IsEmpty());
 }
 
 TEST_F(AcceptedNames, EveryAlgorithmIsKnown) {

@@ -135,38 +135,5 @@ std::string name_of_function(const ::testing::TestParamInfo<Sql_function> &info)
 INSTANTIATE_TEST_SUITE_P(EveryFunction, Init, ::testing::ValuesIn(sql_functions()),
                          name_of_function);
 
-using InitRejections = Component_test;
-
-TEST_F(InitRejections, PrivateKeyWithoutALengthIsRejectedByCount) {
-  EXPECT_THAT(call("create_asymmetric_priv_key", {"RSA"}),
-              IsRejected("Mismatch in number of arguments to the function. Expected 2 arguments"));
-}
-
-TEST_F(InitRejections, KeyLengthAsAStringOrDecimalIsRejected) {
-  const char *rejection = "Mismatch in type of argument. Expected integer argument of key length.";
-  EXPECT_THAT(call("create_asymmetric_priv_key", {"RSA", "2048"}), IsRejected(rejection));
-  EXPECT_THAT(call("create_asymmetric_priv_key", {"RSA", decimal("2048")}), IsRejected(rejection));
-}
-
-TEST_F(InitRejections, NumberAsAlgorithmIsRejectedFirst) {
-  EXPECT_THAT(call("create_asymmetric_priv_key", {1, 2048}),
-              IsRejected("Mismatch in type of argument. Expected string argument for algorithm."));
-}
-
-TEST_F(InitRejections, VerificationWithFourArgumentsIsRejectedByCount) {
-  EXPECT_THAT(call("asymmetric_verify", {"RSA", "m", "s", "k"}),
-              IsRejected("Mismatch in number of arguments to the function. Expected 5 arguments"));
-}
-
-TEST_F(InitRejections, TheLongestHas84Characters) {
-  size_t longest = 0;
-  for (const Sql_function &function : sql_functions()) {
-    for (const std::string &rejection : function.type_rejections) {
-      longest = std::max(longest, rejection.size());
-    }
-  }
-  EXPECT_EQ(longest, 84U);
-}
-
 }  // namespace
 }  // namespace halvex_test

@@ -1,11 +1,9 @@
 // What the shared object shows to the server that loads it, and what is left when it is unloaded.
 
-#include <dlfcn.h>
-
 #include <set>
 
 #include "support/component_test.h"
-#include "support/elf_symbols.h"
+#include "support/elf_object.h"
 
 namespace halvex_test {
 namespace {

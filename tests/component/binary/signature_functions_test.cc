@@ -1,7 +1,5 @@
 // asymmetric_sign and asymmetric_verify.
 
-#include <openssl/err.h>
-
 #include "support/component_test.h"
 #include "support/reference_implementation.h"
 
@@ -10,11 +8,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-const std::vector<std::pair<std::string, std::string>> digest_names{
-    {"SHA224", "SHA224"},     {"SHA256", "SHA256"},     {"SHA384", "SHA384"},
-    {"SHA512", "SHA512"},     {"SHA3-224", "SHA3-224"}, {"SHA3-256", "SHA3-224"},
-    {"SHA3-384", "SHA3-384"}, {"SHA3-512", "SHA3-512"}};
 
 class SignatureFunctions : public Component_test {
  protected:
@@ -43,14 +36,6 @@ TEST_F(SignatureFunctions, SignatureIsPssAndAsLongAsTheModulus) {
   EXPECT_TRUE(reference_verifies_pss(public_key, "SHA256", "message", row.bytes));
   EXPECT_EQ(sign("message", fixture("rsa4096.pem")).row.bytes.size(), 512U);
   EXPECT_THAT(server.records(), IsEmpty());
-}
-
-TEST_F(SignatureFunctions, EveryDigestNameSignsWithItsDigest) {
-  for (const auto &[name, openssl_name] : digest_names) {
-    const Row_result row = sign("message", private_key, name).row;
-    ASSERT_FALSE(row.is_null) << name;
-    EXPECT_TRUE(reference_verifies_pss(public_key, openssl_name, "message", row.bytes)) << name;
-  }
 }
 
 TEST_F(SignatureFunctions, NamesInAnyLetterCaseAreAccepted) {
@@ -121,24 +106,6 @@ TEST_F(SignatureFunctions, NulFollowsTheSignatureUnlessItFillsTheBuffer) {
   EXPECT_EQ(site.instance().ptr[256], '\0');
 }
 
-TEST_F(SignatureFunctions, EcAndDsaKeysSignInTheirOwnWay) {
-  for (const std::string kind : {"ec-p256", "dsa2048"}) {
-    const Row_result row = sign("message", fixture(kind + ".pem")).row;
-    ASSERT_FALSE(row.is_null) << kind;
-    EXPECT_TRUE(reference_verifies(fixture(kind + "-public.pem"), "SHA256", "message", row.bytes))
-        << kind;
-    EXPECT_THAT(verify("message", row.bytes, fixture(kind + "-public.pem")), IsAccepted()) << kind;
-  }
-}
-
-TEST_F(SignatureFunctions, RsaPssAndThreePrimeKeysSign) {
-  for (const std::string kind : {"rsa-pss2048", "rsa2048-three-primes"}) {
-    const Row_result row = sign("message", fixture(kind + ".pem")).row;
-    ASSERT_FALSE(row.is_null) << kind;
-    EXPECT_THAT(verify("message", row.bytes, fixture(kind + "-public.pem")), IsAccepted()) << kind;
-  }
-}
-
 TEST_F(SignatureFunctions, KeyThatKnowsNoDigestIsReportedByOpensslThenByTheFunction) {
   EXPECT_THAT(sign("message", fixture("ed25519.pem")), IsSqlNull());
   EXPECT_THAT(server.records(),
@@ -146,22 +113,6 @@ TEST_F(SignatureFunctions, KeyThatKnowsNoDigestIsReportedByOpensslThenByTheFunct
 }
 
 // --- verification with the legacy setting off
-
-TEST_F(SignatureFunctions, OwnSignatureOfEveryDigestIsAccepted) {
-  for (const auto &[name, openssl_name] : digest_names) {
-    EXPECT_THAT(verify("message", sign("message", private_key, name).row.bytes, public_key, name),
-                IsAccepted())
-        << name;
-  }
-  EXPECT_THAT(server.records(), IsEmpty());
-}
-
-TEST_F(SignatureFunctions, SignatureOfSha3With256IsAcceptedAsSha3With224AndBack) {
-  const std::string of_256 = sign("message", private_key, "SHA3-256").row.bytes;
-  EXPECT_THAT(verify("message", of_256, public_key, "SHA3-224"), IsAccepted());
-  const std::string of_224 = sign("message", private_key, "SHA3-224").row.bytes;
-  EXPECT_THAT(verify("message", of_224, public_key, "SHA3-256"), IsAccepted());
-}
 
 TEST_F(SignatureFunctions, ReferenceImplementationsSignatureIsAccepted) {
   EXPECT_THAT(
@@ -188,19 +139,6 @@ TEST_F(SignatureFunctions, MismatchIsNullNotZeroWithOneOpensslRecord) {
   }
   EXPECT_EQ(server.records().size(), results.size());
   EXPECT_THAT(server.records(), ::testing::Each(IsOpensslRecord("asymmetric_verify", "RSA")));
-}
-
-// Older libraries queue nothing for it, and the report then shows error 0.
-TEST_F(SignatureFunctions, EcdsaMismatchIsReportedAsTheLibraryDoes) {
-  const std::string signature = sign("message", fixture("ec-p256.pem")).row.bytes;
-  const std::string pem = fixture("ec-p256-public.pem");
-  ERR_clear_error();
-  ASSERT_FALSE(
-      verifies_as_pss(read_public_pem(pem).get(), library_digest("SHA256"), "massage", signature));
-  const std::string error = oldest_error();
-  ERR_clear_error();
-  EXPECT_THAT(verify("massage", signature, pem), IsSqlNull());
-  EXPECT_THAT(server.records(), ElementsAre(openssl_record("asymmetric_verify", "RSA", error)));
 }
 
 TEST_F(SignatureFunctions, PrivateKeyGivenToVerificationIsNullWithoutARecord) {

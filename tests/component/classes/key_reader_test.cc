@@ -15,7 +15,6 @@ using halvex_encryption::Key_reader;
 using halvex_encryption::Pkey_ptr;
 using halvex_encryption::Read_function;
 using halvex_encryption::rsa::pkcs1_key_reader;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 class KeyReader : public Class_test {
@@ -45,40 +44,10 @@ TEST_F(KeyReader, Pkcs8AndTraditionalPrivateKeysAreRead) {
   EXPECT_THAT(server.records(), IsEmpty());
 }
 
-TEST_F(KeyReader, PublicKeyIsReadWithoutTheFallback) {
-  const Key_reader reader = read(fixture("rsa2048-public.pem"));
-  EXPECT_FALSE(reader.is_private);
-  EXPECT_NE(reader.key, nullptr);
-  EXPECT_EQ(fallbacks, 0);
-  EXPECT_THAT(server.records(), IsEmpty());
-}
-
 TEST_F(KeyReader, KeepsFunctionNameAndUpperCasedAlgorithm) {
   const Key_reader reader = read(fixture("rsa2048-public.pem"));
   EXPECT_EQ(reader.metadata.function_name, "a_function");
   EXPECT_EQ(reader.metadata.algorithm, "RSA");
-}
-
-// Which public labels are read is the library's own decision.
-TEST_F(KeyReader, BlockLabelledRsaPublicKeyIsWhatTheLibraryMakesOfIt) {
-  const std::string pem = fixture("rsa2048-rsa-public.pem");
-  const bool reads = reference_reads_public(pem);
-  const Key_reader reader = read(pem);
-  EXPECT_FALSE(reader.is_private);
-  EXPECT_EQ(reader.key != nullptr, reads);
-  EXPECT_EQ(fallbacks, reads ? 0 : 1);
-  EXPECT_EQ(server.records().size(), reads ? 0U : 1U);
-}
-
-TEST_F(KeyReader, PublicKeyWithTheWordsInACommentCountsAsPrivateAndIsNotRead) {
-  const std::string pem = fixture("rsa2048-public-with-words.pem");
-  ASSERT_TRUE(reference_reads_public(pem));
-  const Key_reader reader = read(pem);
-  EXPECT_TRUE(reader.is_private);
-  EXPECT_EQ(reader.key, nullptr);
-  EXPECT_EQ(fallbacks, 0);
-  EXPECT_THAT(server.records(),
-              ElementsAre(openssl_record("a_function", "RSA", error_of_reading_private(pem))));
 }
 
 TEST_F(KeyReader, WordsBehindTheBlockCountToo) {
@@ -110,47 +79,11 @@ TEST_F(KeyReader, TextWithoutATerminatorIsRead) {
   EXPECT_NE(Key_reader("f", "RSA", exact.get(), pem.size(), pkcs1_key_reader).key, nullptr);
 }
 
-TEST_F(KeyReader, EmptyTextIsPublicReadTwiceAndReportedOnce) {
-  const Key_reader reader = read("");
-  EXPECT_FALSE(reader.is_private);
-  EXPECT_EQ(reader.key, nullptr);
-  EXPECT_EQ(fallbacks, 1);
-  EXPECT_THAT(server.records(),
-              ElementsAre(openssl_record("a_function", "RSA", error_of_reading_public(""))));
-}
-
-TEST_F(KeyReader, DamagedAndEncryptedTextsLeaveNoKeyAndOneRecord) {
-  for (const char *file : {"rsa2048-bad-base64.pem", "rsa2048-bad-label.pem",
-                           "rsa2048-truncated.pem", "rsa2048-encrypted.pem",
-                           "rsa2048-encrypted-traditional.pem", "rsa2048-public-bad-base64.pem",
-                           "rsa2048-public-bad-label.pem", "rsa2048-public-truncated.pem"}) {
-    server.forget_records();
-    ERR_clear_error();
-    const Key_reader reader = read(fixture(file));
-    EXPECT_EQ(reader.key, nullptr) << file;
-    EXPECT_THAT(server.records(), ElementsAre(IsOpensslRecord("a_function", "RSA"))) << file;
-  }
-}
-
 TEST_F(KeyReader, LeavesFurtherErrorsInTheQueue) {
   ERR_raise(ERR_LIB_USER, 1);
   read("");
   EXPECT_NE(ERR_peek_error(), 0U);
   ERR_clear_error();
-}
-
-TEST_F(KeyReader, EcPublicKeyIsAcceptedByTheFirstReading) {
-  const Key_reader reader = read(fixture("ec-p256-public.pem"));
-  EXPECT_FALSE(reader.is_private);
-  ASSERT_NE(reader.key, nullptr);
-  EXPECT_EQ(EVP_PKEY_is_a(reader.key.get(), "EC"), 1);
-  EXPECT_EQ(fallbacks, 0);
-}
-
-TEST_F(KeyReader, PrivateKeysOfOtherTypesAreRead) {
-  for (const char *file : {"ec-p256.pem", "dsa2048.pem", "ed25519.pem", "rsa-pss2048.pem"}) {
-    EXPECT_NE(read(fixture(file)).key, nullptr) << file;
-  }
 }
 
 TEST_F(KeyReader, TakesWhateverTheFallbackStores) {

@@ -96,13 +96,6 @@ TEST_F(LogEventLine, MessageLimitHoldsWithoutATagToo) {
   }
 }
 
-TEST_F(LogEventLine, WithoutALineSetsNoMessageAndSubmitsNothing) {
-  server.refuse_lines();
-  LogEvent().priority(1).lookup_quoted(13917, "tag", "one");
-  EXPECT_THAT(server.log_calls(), ElementsAre("create_line", "add_item 65536 (null)",
-                                              "item_set_int 1 (null)", "message_template 13917"));
-}
-
 class HandleOpensslError : public Class_test {
  protected:
   HandleOpensslError() { ERR_clear_error(); }

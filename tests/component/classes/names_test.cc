@@ -1,22 +1,20 @@
-// Function_metadata, HX_functions::get_algorithm and get_digest_mode.
+// Function_metadata, and the numbers of Algorithm_type.
 
 #include <clocale>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iomanip>
 
 #include "classes/class_test.h"
-#include "halvex_encryption/algorithm_implementation.h"
+#include "halvex_encryption/function_metadata.h"
 #include "halvex_encryption/functions.h"
+#include "support/temporary_folder.h"
 
 namespace halvex_test {
 namespace {
 
 using halvex_encryption::Algorithm_type;
 using halvex_encryption::Function_metadata;
-using halvex_encryption::get_digest_mode;
-using halvex_encryption::HX_functions;
 
 TEST(FunctionMetadata, UpperCasesItsCopyOfTheAlgorithmAlone) {
   const std::string function = "a_function";
@@ -45,16 +43,15 @@ class Eight_bit_locale {
     charmap.close();
     std::ofstream(folder_ / "source") << "LC_CTYPE\ntoupper (<U0061>,<U0041>);"
                                          "(<U00E4>,<U00C4>);(<U00FF>,<U00DF>)\nEND LC_CTYPE\n";
-    const std::string command =
-        "cd " + folder_.string() + " && localedef -c --quiet -f ./charmap -i ./source ./eight_bit";
+    const std::string command = "cd " + folder_.path().string() +
+                                " && localedef -c --quiet -f ./charmap -i ./source ./eight_bit";
     static_cast<void>(std::system(command.c_str()));  // 1 for its warnings
-    setenv("LOCPATH", folder_.c_str(), 1);
+    setenv("LOCPATH", folder_.path().c_str(), 1);
     is_in_force_ = std::setlocale(LC_CTYPE, "eight_bit") != nullptr;
   }
   ~Eight_bit_locale() {
     std::setlocale(LC_CTYPE, "C");
     unsetenv("LOCPATH");
-    std::filesystem::remove_all(folder_);
   }
   Eight_bit_locale(const Eight_bit_locale &) = delete;
   Eight_bit_locale &operator=(const Eight_bit_locale &) = delete;
@@ -62,12 +59,7 @@ class Eight_bit_locale {
   [[nodiscard]] bool is_in_force() const { return is_in_force_; }
 
  private:
-  static std::filesystem::path make_folder() {
-    std::string path = std::filesystem::temp_directory_path() / "halvex_locale_XXXXXX";
-    return mkdtemp(path.data());
-  }
-
-  const std::filesystem::path folder_ = make_folder();
+  const Temporary_folder folder_;
   bool is_in_force_ = false;
 };
 
@@ -78,43 +70,9 @@ TEST(FunctionMetadata, UpperCasesByTheLocaleWithSignedBytes) {
   EXPECT_EQ(Function_metadata("f", "a\xe4\xff").algorithm, "A\xc4\xff");
 }
 
-TEST(GetAlgorithm, KnowsRsaInAnyCaseAndChangesTheCallersString) {
-  for (std::string name : {"RSA", "rsa", "rSa"}) {
-    EXPECT_EQ(HX_functions::get_algorithm(name), Algorithm_type::RSA_ALGORITHM);
-    EXPECT_EQ(name, "RSA");
-  }
-}
-
-TEST(GetAlgorithm, KnowsNothingElse) {
-  for (std::string name : {"", "R", "RS", "RSAX", "RSA ", "DSA", "RSB", "ASR"}) {
-    EXPECT_EQ(HX_functions::get_algorithm(name), Algorithm_type::UNSUPPORTED_ALGORITHM) << name;
-  }
-  std::string with_nul("rsa\0", 4);
-  EXPECT_EQ(HX_functions::get_algorithm(with_nul), Algorithm_type::UNSUPPORTED_ALGORITHM);
-}
-
 TEST(GetAlgorithm, KindsHaveTheirNumbers) {
   EXPECT_EQ(static_cast<int>(Algorithm_type::RSA_ALGORITHM), 1);
   EXPECT_EQ(static_cast<int>(Algorithm_type::UNSUPPORTED_ALGORITHM), 2);
-}
-
-TEST(GetDigestMode, KnowsEightNames) {
-  EXPECT_EQ(get_digest_mode("SHA224"), EVP_sha224());
-  EXPECT_EQ(get_digest_mode("SHA256"), EVP_sha256());
-  EXPECT_EQ(get_digest_mode("SHA384"), EVP_sha384());
-  EXPECT_EQ(get_digest_mode("SHA512"), EVP_sha512());
-  EXPECT_EQ(get_digest_mode("SHA3-224"), EVP_sha3_224());
-  EXPECT_EQ(get_digest_mode("SHA3-256"), EVP_sha3_224());
-  EXPECT_EQ(get_digest_mode("SHA3-384"), EVP_sha3_384());
-  EXPECT_EQ(get_digest_mode("SHA3-512"), EVP_sha3_512());
-}
-
-TEST(GetDigestMode, IsCaseSensitiveAndKnowsNoOtherSpelling) {
-  for (const char *name : {"", "sha256", "SHA-256", "SHA1", "MD5", "SHA3_256", "SHA25", "SHA2567",
-                           "SHA3-2567", "SHA3-25", " SHA256", "SHA"}) {
-    EXPECT_EQ(get_digest_mode(name), nullptr) << name;
-  }
-  EXPECT_EQ(get_digest_mode(std::string("SHA256\0", 7)), nullptr);
 }
 
 }  // namespace

@@ -50,32 +50,6 @@ class RsaEncryptDecrypt : public Class_test {
   const std::string private_key = fixture("rsa2048.pem");
 };
 
-TEST_F(RsaEncryptDecrypt, PublicKeyOf2048BitsSupports214BytesAndRejects215) {
-  RSA_encrypt_decrypt operation = with_key("rsa2048-public.pem");
-  EXPECT_FALSE(operation.supported_length(0));
-  EXPECT_FALSE(operation.supported_length(214));
-  EXPECT_THAT(server.records(), IsEmpty());
-  EXPECT_TRUE(operation.supported_length(215));
-  EXPECT_THAT(server.records(), ElementsAre(data_too_long("a_function", 215, 214)));
-}
-
-TEST_F(RsaEncryptDecrypt, PrivateKeyOf2048BitsSupports256BytesAndRejects257) {
-  RSA_encrypt_decrypt operation = with_key("rsa2048.pem");
-  EXPECT_FALSE(operation.supported_length(256));
-  EXPECT_THAT(server.records(), IsEmpty());
-  EXPECT_TRUE(operation.supported_length(257));
-  EXPECT_THAT(server.records(), ElementsAre(data_too_long("a_function", 257, 256)));
-}
-
-TEST_F(RsaEncryptDecrypt, LimitDoesNotChangeWithThePadding) {
-  RSA_encrypt_decrypt with_public = with_key("rsa2048-public.pem", RSA_PKCS1_PADDING);
-  EXPECT_FALSE(with_public.supported_length(214));
-  EXPECT_TRUE(with_public.supported_length(215));
-  RSA_encrypt_decrypt with_private = with_key("rsa2048.pem", RSA_PKCS1_PADDING);
-  EXPECT_FALSE(with_private.supported_length(256));
-  EXPECT_TRUE(with_private.supported_length(257));
-}
-
 // The negative limit of a small public key is compared as a very large number.
 TEST_F(RsaEncryptDecrypt, KeyOfFewerThan42BytesSupportsAnyLength) {
   RSA_encrypt_decrypt operation = with_key("rsa-tiny-public.pem");
@@ -97,22 +71,6 @@ TEST_F(RsaEncryptDecrypt, WithoutAKeyEveryOperationFailsWithoutAFurtherRecord) {
   EXPECT_TRUE(encrypt(with_text("no key", 4), "data").failed);
   EXPECT_TRUE(decrypt(with_text("PRIVATE KEY", 4), "data").failed);
   EXPECT_EQ(server.records().size(), 2U);  // of reading the two keys
-}
-
-TEST_F(RsaEncryptDecrypt, EncryptsWithOaepAndDecryptsIt) {
-  const Output encrypted = encrypt(with_key("rsa2048-public.pem"), "hello");
-  ASSERT_FALSE(encrypted.failed);
-  EXPECT_EQ(encrypted.length, 256U);
-  EXPECT_EQ(reference_decrypt(private_key, encrypted.text(), RSA_PKCS1_OAEP_PADDING), "hello");
-  const Output decrypted = decrypt(with_key("rsa2048.pem"), encrypted.text());
-  ASSERT_FALSE(decrypted.failed);
-  EXPECT_EQ(decrypted.text(), "hello");
-}
-
-TEST_F(RsaEncryptDecrypt, Pkcs1PaddingDecryptsPkcs1Ciphertext) {
-  const std::string ciphertext = reference_encrypt(public_key, "hello", RSA_PKCS1_PADDING);
-  EXPECT_EQ(decrypt(with_key("rsa2048.pem", RSA_PKCS1_PADDING), ciphertext).text(), "hello");
-  EXPECT_TRUE(decrypt(with_key("rsa2048.pem"), ciphertext).failed);
 }
 
 TEST_F(RsaEncryptDecrypt, WrongKindOfKeyFailsWithoutARecord) {
