@@ -24,7 +24,7 @@ std::vector<std::filesystem::path> files_in(const std::string &folder) {
 }
 
 void replay(const std::filesystem::path &path) {
-  // A crash must say which input it was.
+  // Before the call, so that the output names the input of a crash.
   std::cout << path.string() << std::endl;
   std::ifstream file{path, std::ios::binary};
   const std::string input{std::istreambuf_iterator<char>{file}, std::istreambuf_iterator<char>{}};

@@ -35,7 +35,7 @@ function(install_examples component package)
 endfunction()
 
 # add_debian_package(component package section folder summary description page engine synopsis): makes a package of
-# what `folder` installs as `component`, and its documents. The manual page `page`, none if that is empty, says how
+# what `folder` installs as `component`, and its documents. The manual page `page`, none if that is empty, states how
 # the functions come into `engine`.
 function(add_debian_package component package section folder summary description page engine synopsis)
   string(TOUPPER ${component} COMPONENT)

@@ -35,8 +35,8 @@ bool lies_within(std::uint64_t offset, std::uint64_t length, std::uint64_t size)
   return offset <= size && length <= size - offset;
 }
 
-// True if the file ends before its own headers say it does, as after an interrupted copy: the
-// dynamic loader maps what is not there, and the process dies of SIGBUS. False for a file that
+// True if the file ends before the end that its own headers state, as after an interrupted copy:
+// the dynamic loader maps what is not there, and the process dies of SIGBUS. False for a file that
 // cannot be read or is no 64-bit ELF file; about those the loader reports.
 bool is_truncated(const std::string &path) {
   std::ifstream file{path, std::ios::binary | std::ios::ate};

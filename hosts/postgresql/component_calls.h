@@ -27,15 +27,15 @@ bool is_component_loaded() noexcept;
 
 // Loads the component: from where HALVEX_COMPONENT points, or from the folder of this library.
 // False with failure_text() if that fails; it can be tried again.
-bool load_component() noexcept;
+[[nodiscard]] bool load_component() noexcept;
 
 // Releases the component, as the process ends. It stays if a call site is still open.
 void unload_component() noexcept;
 
 // Passes a value through the component's check and update. False with failure_text() if the
 // component rejects it, or if there is none.
-bool set_integer_variable(const char *name, long long value) noexcept;
-bool set_boolean_variable(const char *name, bool value) noexcept;
+[[nodiscard]] bool set_integer_variable(const char *name, long long value) noexcept;
+[[nodiscard]] bool set_boolean_variable(const char *name, bool value) noexcept;
 
 // Runs the function's init for arguments of these types; their values do not count. The caller
 // closes the result. Null with failure_text(), which is exactly the function's own text if that

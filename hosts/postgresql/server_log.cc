@@ -78,7 +78,7 @@ void report_halvex_message(int level, const Message &message) {
 
 emit_log_hook_type previous_hook = nullptr;
 
-// What errhidestmt and errhidecontext ask for does not travel from a parallel worker to its leader.
+// What errhidestmt and errhidecontext ask for does not reach the leader of a parallel worker.
 // The worker has written its error to the log already, so the leader, which knows the statement,
 // leaves it out.
 void leave_out_worker_error(ErrorData *error) {

@@ -72,7 +72,7 @@ std::vector<Measured_scenario> steady_scenarios() {
   return steady;
 }
 
-// Sets both variables without pause until told to stop.
+// Sets both variables without pause until `stop` is true.
 void keep_setting(const std::atomic<bool> &stop, std::atomic<std::size_t> &failures) {
   for (long long turn = 0; !stop.load(std::memory_order_relaxed); ++turn) {
     switch_legacy_padding(turn % 2 != 0);
