@@ -48,7 +48,7 @@ Conversion take_conversion(std::string_view &format) {
   std::size_t precision = 0;
   const char *const end = format.data() + format.size();
   const auto [stop, error] = std::from_chars(format.data() + 2, end, precision);
-  if (error != std::errc{} || stop == end || *stop != 's') {
+  if (error != std::errc{} || !std::string_view{stop, end}.starts_with('s')) {
     return {};
   }
   format.remove_prefix(static_cast<std::size_t>(stop + 1 - format.data()));
@@ -63,13 +63,14 @@ const char *text_or_word(const char *text) { return text != nullptr ? text : "(n
 }  // namespace
 
 bool has_user_text(std::string_view format) noexcept {
-  while (!format.empty()) {
-    format.remove_prefix(std::min(format.find('%'), format.size()));
+  for (std::size_t next = format.find('%'); next != std::string_view::npos;
+       next = format.find('%')) {
+    format.remove_prefix(next);
     const Conversion conversion = take_conversion(format);
     if (conversion.kind == Conversion::user_text) {
       return true;
     }
-    if (conversion.kind == Conversion::none && !format.empty()) {
+    if (conversion.kind == Conversion::none) {
       format.remove_prefix(1);
     }
   }

@@ -53,7 +53,10 @@ std::span<const Function_description> function_descriptions() noexcept { return 
 const Function_description &describe_function(std::string_view name) noexcept {
   const auto *const found =
       std::ranges::lower_bound(descriptions, name, {}, &Function_description::name);
-  return found != descriptions.end() && found->name == name ? *found : unknown;
+  if (found == descriptions.end() || found->name != name) {
+    return unknown;
+  }
+  return *found;
 }
 
 }  // namespace dovrin_host

@@ -40,11 +40,8 @@ bool lies_within(std::uint64_t offset, std::uint64_t length, std::uint64_t size)
 // cannot be read or is no 64-bit ELF file; about those the loader reports.
 bool is_truncated(const std::string &path) {
   std::ifstream file{path, std::ios::binary | std::ios::ate};
-  const auto end = file.tellg();
-  if (!file || end < 0) {
-    return false;
-  }
-  const auto size = static_cast<std::uint64_t>(end);
+  // A file that cannot be opened has no header either.
+  const auto size = static_cast<std::uint64_t>(std::streamoff{file.tellg()});
   const auto header = read_at<Elf64_Ehdr>(file, 0);
   if (!header || !is_64_bit_elf(*header)) {
     return false;
@@ -131,9 +128,10 @@ std::string find_component_file() {
   }();
   // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment
   const char *const chosen = secure_getenv("HALVEX_COMPONENT");
-  return chosen != nullptr && *chosen != '\0'
-             ? chosen
-             : (folder / "component_halvex_encryption.so").string();
+  if (chosen != nullptr && *chosen != '\0') {
+    return chosen;
+  }
+  return (folder / "component_halvex_encryption.so").string();
 }
 
 void Close_object::operator()(void *object) const noexcept { dlclose(object); }
@@ -220,10 +218,9 @@ void Loaded_component::release_services() noexcept {
 
 void keep_this_library_loaded() noexcept {
   Dl_info info{};
-  if (dladdr(&registry_table, &info) != 0 && info.dli_fname != nullptr) {
-    // Closing the handle again leaves the object in memory; the program itself is always there.
-    const Object_ptr self{dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE)};
-  }
+  static_cast<void>(dladdr(&registry_table, &info));
+  // Closing the handle again leaves the object in memory; the program itself is always there.
+  const Object_ptr self{dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE)};
 }
 
 }  // namespace dovrin_host

@@ -52,14 +52,11 @@ class Blocked_signals {
   sigset_t previous_{};
 };
 
-// True if a write to the descriptor returns at once, be it with an error.
+// True if a write to the descriptor returns at once, be it with an error. A signal interrupts a
+// poll without waiting time only where nothing is ready.
 bool is_ready(int descriptor) {
   pollfd request{descriptor, POLLOUT, 0};
-  int ready = 0;
-  do {
-    ready = ::poll(&request, 1, 0);
-  } while (ready < 0 && errno == EINTR);
-  return ready != 0;
+  return ::poll(&request, 1, 0) > 0;
 }
 
 // Returns how many bytes went out, and sets `error` (0 if all did, EAGAIN if the rest would have
@@ -76,11 +73,12 @@ std::size_t write_all(int descriptor, bool may_block, std::string_view bytes, in
       break;
     }
     const std::size_t length = std::min(longest_step, bytes.size() - written);
+    errno = EIO;  // the error of a write that takes nothing and reports none
     const ssize_t step = ::write(descriptor, bytes.data() + written, length);
     if (step > 0) {
       written += static_cast<std::size_t>(step);
-    } else if (step == 0 || errno != EINTR) {
-      error = step == 0 ? EIO : errno;
+    } else if (errno != EINTR) {
+      error = errno;
       signals.discard_signal_of(error);
       break;
     }

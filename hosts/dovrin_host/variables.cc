@@ -24,7 +24,10 @@ std::optional<Number> whole_number(std::string_view text) {
   Number number{};
   const char *const end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, number);
-  return error == std::errc{} && stop == end ? std::optional{number} : std::nullopt;
+  if (error != std::errc{} || stop != end) {
+    return std::nullopt;
+  }
+  return number;
 }
 
 std::optional<long long> integer_of_real(double real) {
@@ -194,8 +197,14 @@ std::optional<bool> boolean_form(const Setting &setting) {
   if (const std::string *const text = std::get_if<std::string>(&setting)) {
     return boolean_of_text(*text);
   }
-  const long long integer = integer_form(setting).value_or(-1);
-  return integer == 0 || integer == 1 ? std::optional{integer == 1} : std::nullopt;
+  switch (integer_form(setting).value_or(-1)) {
+    case 0:
+      return false;
+    case 1:
+      return true;
+    default:
+      return std::nullopt;
+  }
 }
 
 std::string text_form(const Setting &setting) {

@@ -216,6 +216,12 @@ TEST(LogServices, FormatReturnsTheLengthOfTheWholeText) {
   EXPECT_STREQ(buffer.data(), "abc 1");
 }
 
+TEST(LogServices, OtherPrecisionsAreNoExcerpts) {
+  std::array<char, 64> buffer{};
+  format(buffer.data(), buffer.size(), "%.3d, '%.s', %.1f", 7, "text", 0.25);
+  EXPECT_STREQ(buffer.data(), "007, '', 0.2");
+}
+
 TEST(LogServices, TextWithAPrecisionIsFormattedAsAnExcerpt) {
   std::array<char, 256> buffer{};
   const std::string key(2000, 'k');
@@ -237,6 +243,8 @@ TEST(LogServices, MessageWithAnExcerptEndsAtAConversionThatIsNotKnown) {
   std::array<char, 64> buffer{};
   EXPECT_EQ(format(buffer.data(), buffer.size(), "%.32s at %p", "a", "b"), 5U);
   EXPECT_STREQ(buffer.data(), "a at ");
+  EXPECT_EQ(format(buffer.data(), buffer.size(), "at %p %.32s", "b", "a"), 3U);
+  EXPECT_STREQ(buffer.data(), "at ");
 }
 
 }  // namespace

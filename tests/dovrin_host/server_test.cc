@@ -7,7 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -25,6 +27,20 @@ namespace {
 // The file of a test component.
 std::string file_of(const char *component) {
   return std::string{TEST_COMPONENTS_FOLDER} + "/" + component + ".so";
+}
+
+// Replaces a part of a file.
+template <typename Field>
+void overwrite(const std::string &path, std::size_t offset, const Field &field) {
+  std::fstream file{path, std::ios::in | std::ios::out | std::ios::binary};
+  file.seekp(static_cast<std::streamoff>(offset));
+  file.write(reinterpret_cast<const char *>(&field), sizeof field);
+}
+
+Elf64_Ehdr header_of(const std::string &path) {
+  Elf64_Ehdr header{};
+  std::ifstream{path, std::ios::binary}.read(reinterpret_cast<char *>(&header), sizeof header);
+  return header;
 }
 
 bool is_in_memory(const std::string &path) {
@@ -53,6 +69,10 @@ class ServerComponents : public testing::Test {
     EXPECT_EQ(server().install(path).message(), message);
     expect_nothing_installed();
     EXPECT_FALSE(is_in_memory(path)) << path;
+  }
+
+  static void expect_cannot_be_loaded(const std::string &path, const std::string &reason) {
+    expect_install_fails(path, "The component file '" + path + "' cannot be loaded: " + reason);
   }
 
   static void install(const char *component) {
@@ -119,6 +139,32 @@ TEST_F(ServerComponents, DamagedFileIsNamed) {
   std::filesystem::remove(path);
 }
 
+TEST_F(ServerComponents, FileWithoutAHeaderIsLeftToTheLoader) {
+  const halvex_test::Temporary_folder folder;
+  const std::string path = folder / "text.so";
+  std::ofstream{path} << std::string(2 * sizeof(Elf64_Ehdr), 'x');
+  expect_cannot_be_loaded(path, path + ": invalid ELF header.");
+}
+
+// Read as one of 64 bits, this header would have its section table far behind the end.
+TEST_F(ServerComponents, FileOf32BitsIsLeftToTheLoader) {
+  const halvex_test::Temporary_folder folder;
+  const std::string path = folder / "component.so";
+  const Elf64_Ehdr own = header_of(file_of("well_behaved"));
+  Elf32_Ehdr header{};
+  std::copy_n(own.e_ident, EI_NIDENT, header.e_ident);
+  header.e_ident[EI_CLASS] = ELFCLASS32;
+  header.e_type = own.e_type;
+  header.e_machine = own.e_machine;
+  header.e_version = own.e_version;
+  header.e_ehsize = sizeof header;
+  header.e_phentsize = sizeof(Elf32_Phdr);
+  header.e_shentsize = sizeof(Elf32_Shdr);
+  std::ofstream{path} << std::string(2 * sizeof(Elf64_Ehdr), '\0');
+  overwrite(path, 0, header);
+  expect_cannot_be_loaded(path, path + ": wrong ELF class: ELFCLASS32.");
+}
+
 TEST_F(ServerComponents, FileThatIsTruncatedAnywhereIsNamed) {
   const std::string whole = file_of("well_behaved");
   const std::string path = file_of("truncated");
@@ -126,23 +172,32 @@ TEST_F(ServerComponents, FileThatIsTruncatedAnywhereIsNamed) {
   for (const auto length : {size - 1, size / 2, size / 4, std::uintmax_t{64}}) {
     std::filesystem::copy_file(whole, path, std::filesystem::copy_options::overwrite_existing);
     std::filesystem::resize_file(path, length);
-    expect_install_fails(path,
-                         "The component file '" + path + "' cannot be loaded: it is truncated.");
+    expect_cannot_be_loaded(path, "it is truncated.");
   }
   std::filesystem::remove(path);
+}
+
+// Programs that shrink objects leave the section table out.
+TEST_F(ServerComponents, TruncatedFileWithoutSectionsIsNamed) {
+  constexpr std::uintmax_t first_page = 4096;
+  const halvex_test::Temporary_folder folder;
+  const std::string path = folder / "component.so";
+  for (const auto length : {first_page, std::uintmax_t{sizeof(Elf64_Ehdr)}}) {
+    std::filesystem::copy_file(file_of("well_behaved"), path,
+                               std::filesystem::copy_options::overwrite_existing);
+    overwrite(path, offsetof(Elf64_Ehdr, e_shoff), Elf64_Off{0});
+    overwrite(path, offsetof(Elf64_Ehdr, e_shnum), Elf64_Half{0});
+    std::filesystem::resize_file(path, length);
+    expect_cannot_be_loaded(path, "it is truncated.");
+  }
 }
 
 TEST_F(ServerComponents, FileForAnotherProcessorIsNamed) {
   const halvex_test::Temporary_folder folder;
   const std::string path = folder / "component.so";
   std::filesystem::copy_file(file_of("well_behaved"), path);
-  std::fstream file{path, std::ios::in | std::ios::out | std::ios::binary};
-  file.seekp(offsetof(Elf64_Ehdr, e_machine));
-  constexpr Elf64_Half other_machine = EM_S390;
-  file.write(reinterpret_cast<const char *>(&other_machine), sizeof other_machine);
-  file.close();
-  expect_install_fails(path, "The component file '" + path +
-                                 "' cannot be loaded: it is built for another processor.");
+  overwrite(path, offsetof(Elf64_Ehdr, e_machine), Elf64_Half{EM_S390});
+  expect_cannot_be_loaded(path, "it is built for another processor.");
 }
 
 TEST_F(ServerComponents, FifoIsNotWaitedFor) {
@@ -167,6 +222,22 @@ TEST_F(ServerComponents, FolderThatMayNotBeSearchedIsTheReason) {
             "The component file '" + path + "' cannot be loaded: Permission denied.");
 }
 
+TEST_F(ServerComponents, FileThatMayNotBeReadIsTheReason) {
+  constexpr uid_t other_user = 65534;
+  const halvex_test::Temporary_folder folder;
+  const std::string path = folder / "component.so";
+  std::filesystem::copy_file(file_of("well_behaved"), path);
+  ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+  ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
+  if (seteuid(other_user) != 0) {
+    GTEST_SKIP() << "only root can become another user";
+  }
+  const Status status = server().install(path);
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(status.message(), "The component file '" + path + "' cannot be loaded: " + path +
+                                  ": cannot open shared object file: Permission denied.");
+}
+
 TEST_F(ServerComponents, ObjectWithoutEntryIsNamed) {
   const std::string path = file_of("no_entry");
   expect_install_fails(
@@ -174,10 +245,12 @@ TEST_F(ServerComponents, ObjectWithoutEntryIsNamed) {
 }
 
 TEST_F(ServerComponents, IncompleteDescriptorIsRejected) {
-  const std::string path = file_of("incomplete_descriptor");
-  expect_install_fails(
-      path,
-      "The file '" + path + "' is no component: its descriptor lacks a name, an init or a deinit.");
+  for (const char *const component : {"no_descriptor", "no_name", "no_init", "no_deinit"}) {
+    const std::string path = file_of(component);
+    expect_install_fails(
+        path, "The file '" + path +
+                  "' is no component: its descriptor lacks a name, an init or a deinit.");
+  }
 }
 
 TEST_F(ServerComponents, UnknownServiceIsNamedAndInitDoesNotRun) {
