@@ -227,11 +227,15 @@ def create_keys(options, bits, budget, most):
     """Processor seconds of single keys: at most so many, and none is begun after the budget is used up."""
     connection = sqlite3.connect(":memory:")
     load(connection, options)
+    connection.execute("UPDATE dovrin_variables SET value = ? WHERE name = "
+                       "'component_halvex_encryption.maximum_rsa_key_size'", (bits,))
     taken = []
     while len(taken) < most and sum(taken) < budget:
         begin = time.thread_time()
-        connection.execute("SELECT create_asymmetric_priv_key('RSA', ?)", (bits,)).fetchone()
+        key, = connection.execute("SELECT create_asymmetric_priv_key('RSA', ?)", (bits,)).fetchone()
         taken.append(time.thread_time() - begin)
+        if key is None:
+            raise RuntimeError(f"no key of {bits} bits was created")
     return taken
 
 
