@@ -1,4 +1,4 @@
-/** A connection of a driver that loads extensions: better-sqlite3, node:sqlite, sqlite3. */
+/** A connection of a driver that loads extensions, such as node:sqlite and sqlite3. */
 export interface LoadsExtensions<More extends unknown[] = [], Result = unknown> {
   loadExtension(path: string, ...more: More): Result;
 }
@@ -9,7 +9,7 @@ export function loadablePath(): string;
 /**
  * Gives a database connection the functions and tables of the extension.
  *
- * Fails as the driver's own loadExtension does: better-sqlite3 and node:sqlite throw the reason, sqlite3 passes it to
- * the callback, the second argument.
+ * Fails as the driver's own loadExtension does: node:sqlite throws the reason, sqlite3 passes it to the callback, the
+ * second argument.
  */
 export function load<More extends unknown[], Result>(database: LoadsExtensions<More, Result>, ...more: More): Result;
