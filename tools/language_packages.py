@@ -3,6 +3,7 @@
 import argparse
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -29,12 +30,15 @@ def project_version():
 
 
 def commit_time():
-    """SOURCE_DATE_EPOCH, or the time of the commit, or of the latest change where there is no history."""
+    """SOURCE_DATE_EPOCH, or the time of the commit, or of the latest change where there is no history or no git."""
     if os.environ.get("SOURCE_DATE_EPOCH"):
         return int(os.environ["SOURCE_DATE_EPOCH"])
-    log = subprocess.run(["git", "-C", ROOT, "log", "-1", "--format=%ct"], stdout=subprocess.PIPE,
-                         stderr=subprocess.DEVNULL, text=True, check=False)  # fmt: skip
-    return int(log.stdout) if log.returncode == 0 else int((ROOT / "CHANGELOG.md").stat().st_mtime)
+    if shutil.which("git"):
+        log = subprocess.run(["git", "-C", ROOT, "log", "-1", "--format=%ct"], stdout=subprocess.PIPE,
+                             stderr=subprocess.DEVNULL, text=True, check=False)  # fmt: skip
+        if log.returncode == 0:
+            return int(log.stdout)
+    return int((ROOT / "CHANGELOG.md").stat().st_mtime)
 
 
 def stripped_modules(build):
