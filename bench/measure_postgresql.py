@@ -12,7 +12,7 @@ from figures import Figure, as_number, as_ratio, as_size, as_time, bar_chart, in
 from measure_sqlite import CALLS, CONTENT, CONTEXTS, FIXTURES
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-# Made with `gpg --quick-generate-key`; its private half is gone.
+# Made with `gpg --batch --generate-key`; its private half is gone.
 OPENPGP_KEY = ROOT / "bench/openpgp-rsa2048-public.asc"
 
 # Runs the servers whose commands it is given until its input ends.
