@@ -20,7 +20,7 @@ std::string component_files() {
 
 std::string row_context() {
   const Small_context_scope scope;
-  const std::string context = scope ? "small" : "default";
+  std::string context = scope ? "small" : "default";
   switch (small_context_use_of_environment()) {
     case Small_context_use::always:
       return context + " (HALVEX_ROW_CONTEXT=on)";
