@@ -15,10 +15,24 @@ namespace halvex_test {
 // Where requests fail.
 enum class Fault_source { cxx, libcrypto, server };
 
+// How GoogleTest prints it.
+inline void PrintTo(Fault_source source, std::ostream *out) {
+  switch (source) {
+    case Fault_source::cxx:
+      *out << "C++";
+      break;
+    case Fault_source::libcrypto:
+      *out << "libcrypto";
+      break;
+    case Fault_source::server:
+      *out << "server";
+      break;
+  }
+}
+
 // One fault only, or that one and every later one.
 enum class Fault_mode { once, from_then_on };
 
-// How GoogleTest prints it.
 inline void PrintTo(Fault_mode mode, std::ostream *out) {
   *out << (mode == Fault_mode::once ? "once" : "from then on");
 }
