@@ -9,18 +9,16 @@
 #include <cstdlib>
 #include <iostream>
 #include <map>
-#include <ostream>
 #include <sstream>
 #include <string>
-#include <string_view>
 #include <tuple>
 #include <vector>
 
+#include "calls_with_keys.h"
 #include "child_process.h"
 #include "counted_allocations.h"
 #include "support/fake_server.h"
 #include "support/fault_plan.h"
-#include "support/fixture.h"
 #include "support/loaded_component.h"
 #include "support/raw_call.h"
 #include "support/sanitizers.h"
@@ -48,42 +46,28 @@ constexpr std::array known_crashes{
 // asks for the initialisation that is under way.
 constexpr const char *initialisation = "libcrypto.so.3(OPENSSL_init_crypto+";
 
-struct First_call {
-  const char *function;
-  std::vector<std::string> arguments;
-  // Of a right value: its bytes, or its length alone where the bytes are random.
-  std::string bytes;
-  std::size_t length;
-};
-
-void PrintTo(const First_call &call, std::ostream *out) { *out << call.function; }
-
-// Nothing here may use libcrypto: only the first use is of interest.
-std::vector<First_call> first_calls() {
-  const std::string public_key = fixture("rsa2048-public.pem");
-  const std::string private_key = fixture("rsa2048.pem");
+std::vector<Known_call> first_calls() {
   using std::string_literals::operator""s;
-  const std::string sha256_of_abc =
-      "\xba\x78\x16\xbf\x8f\x01\xcf\xea\x41\x41\x40\xde\x5d\xae\x22\x23"
-      "\xb0\x03\x61\xa3\x96\x17\x7a\x9c\xb4\x10\xff\x61\xf2\x00\x15\xad"s;
-  return {
-      {"create_digest", {"SHA256", "abc"}, sha256_of_abc, 32},
-      {"create_asymmetric_pub_key", {"RSA", private_key}, public_key, public_key.size()},
-      {"asymmetric_encrypt", {"RSA", "abc", public_key}, "", 256},
-      {"asymmetric_sign", {"RSA", "abc", private_key, "SHA256"}, "", 256},
-  };
+  std::vector<Known_call> calls{
+      {"create_digest",
+       {"SHA256", "abc"},
+       "\xba\x78\x16\xbf\x8f\x01\xcf\xea\x41\x41\x40\xde\x5d\xae\x22\x23"
+       "\xb0\x03\x61\xa3\x96\x17\x7a\x9c\xb4\x10\xff\x61\xf2\x00\x15\xad"s,
+       32}};
+  for (const Known_call &call : calls_with_keys()) {
+    calls.push_back(call);
+  }
+  return calls;
 }
 
-const char *mismatch_of(const First_call &call, const Raw_result &result) {
+const char *mismatch_of(const Known_call &call, const Raw_result &result) {
   if (result.ending == Raw_result::Ending::null) {
     return nullptr;
   }
   if (result.ending != Raw_result::Ending::value) {
     return "neither a value nor NULL";
   }
-  const std::string_view value = result.text();
-  const bool right = call.bytes.empty() ? value.size() == call.length : value == call.bytes;
-  return right ? nullptr : "a wrong value";
+  return is_right_value(call, result.text()) ? nullptr : "a wrong value";
 }
 
 // The frames of a crash in shared objects other than libc, the innermost first, without addresses:
@@ -112,7 +96,7 @@ bool is_known_crash(const std::string &stack) {
   });
 }
 
-class FirstUseFaults : public ::testing::TestWithParam<std::tuple<First_call, Fault_mode>> {
+class FirstUseFaults : public ::testing::TestWithParam<std::tuple<Known_call, Fault_mode>> {
  protected:
   static void SetUpTestSuite() {
     static Loaded_component component;
@@ -124,13 +108,13 @@ TEST_P(FirstUseFaults, CrashInTheLibraryAtMost) {
   if (under_address_sanitizer) {
     GTEST_SKIP() << "the sanitizer takes the crashes";
   }
-  const First_call &first_call = std::get<First_call>(GetParam());
+  const Known_call &first_call = std::get<Known_call>(GetParam());
   const Fault_mode mode = std::get<Fault_mode>(GetParam());
   std::vector<Argument_view> arguments;
   for (const std::string &text : first_call.arguments) {
     arguments.push_back(Argument_view(text));
   }
-  const Registered_function &function = *find_function(first_call.function);
+  const Registered_function &function = *find_function(first_call.function.c_str());
   const std::size_t step = std::getenv("HALVEX_ALL_FAULTS") == nullptr ? usual_step : 1;
 
   std::map<std::string, int> crashes;
@@ -182,14 +166,8 @@ INSTANTIATE_TEST_SUITE_P(
     First, FirstUseFaults,
     ::testing::Combine(::testing::ValuesIn(first_calls()),
                        ::testing::Values(Fault_mode::once, Fault_mode::from_then_on)),
-    [](const ::testing::TestParamInfo<std::tuple<First_call, Fault_mode>> &one) {
-      std::string name;
-      for (const char letter : std::string_view{std::get<0>(one.param).function}) {
-        if (letter != '_') {
-          name += letter;
-        }
-      }
-      return name + (std::get<1>(one.param) == Fault_mode::once ? "Once" : "FromThenOn");
+    [](const ::testing::TestParamInfo<std::tuple<Known_call, Fault_mode>> &one) {
+      return test_name(std::get<0>(one.param), "", std::get<1>(one.param));
     });
 
 }  // namespace

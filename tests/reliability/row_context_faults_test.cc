@@ -13,12 +13,12 @@
 #include <tuple>
 #include <vector>
 
+#include "calls_with_keys.h"
 #include "child_process.h"
 #include "counted_allocations.h"
 #include "dovrin_host/row_context.h"
 #include "dovrin_host/server.h"
 #include "support/fault_plan.h"
-#include "support/fixture.h"
 #include "support/loaded_component.h"
 #include "support/sanitizers.h"
 
@@ -35,26 +35,8 @@ constexpr std::size_t usual_step = 29;
 
 constexpr const char *no_fault = "no fault was injected";
 
-struct Row {
-  const char *function;
-  std::vector<std::string> arguments;
-  // Of the value: its bytes, or its length alone where the bytes are random.
-  std::string bytes;
-  std::size_t length;
-};
-
-void PrintTo(const Row &row, std::ostream *out) { *out << row.function; }
-
-std::vector<Row> rows() {
-  const std::string public_key = fixture("rsa2048-public.pem");
-  const std::string private_key = fixture("rsa2048.pem");
-  return {{"create_asymmetric_pub_key", {"RSA", private_key}, public_key, public_key.size()},
-          {"asymmetric_encrypt", {"RSA", "abc", public_key}, "", 256},
-          {"asymmetric_sign", {"RSA", "abc", private_key, "SHA256"}, "", 256}};
-}
-
 class RowContextFaults
-    : public ::testing::TestWithParam<std::tuple<Row, Fault_source, Fault_mode>> {
+    : public ::testing::TestWithParam<std::tuple<Known_call, Fault_source, Fault_mode>> {
  protected:
   static void SetUpTestSuite() {
     ASSERT_TRUE(Server::instance().install(component_path()).ok());
@@ -79,9 +61,7 @@ class RowContextFaults
     if (row.kind != Row_result::Kind::string) {
       return row.kind == Row_result::Kind::null ? is_null : "an error";
     }
-    const bool right =
-        expected_.bytes.empty() ? row.text.size() == expected_.length : row.text == expected_.bytes;
-    return right ? nullptr : "a wrong value";
+    return is_right_value(expected_, row.text) ? nullptr : "a wrong value";
   }
 
   // In a child process: its first row with the nth request failing, then one without a fault.
@@ -112,7 +92,7 @@ class RowContextFaults
 
   static constexpr const char *is_null = "NULL";
 
-  const Row expected_ = std::get<Row>(GetParam());
+  const Known_call expected_ = std::get<Known_call>(GetParam());
   std::vector<dovrin_host::Argument> arguments_;
   std::unique_ptr<dovrin_host::Function_instance> instance_;
 };
@@ -140,18 +120,13 @@ TEST_P(RowContextFaults, LeaveTheRowRightOrNull) {
 
 INSTANTIATE_TEST_SUITE_P(
     Every, RowContextFaults,
-    ::testing::Combine(::testing::ValuesIn(rows()),
+    ::testing::Combine(::testing::ValuesIn(calls_with_keys()),
                        ::testing::Values(Fault_source::cxx, Fault_source::libcrypto),
                        ::testing::Values(Fault_mode::once, Fault_mode::from_then_on)),
     [](const auto &one) {
-      std::string name;
-      for (const char letter : std::string{std::get<Row>(one.param).function}) {
-        if (letter != '_') {
-          name += letter;
-        }
-      }
-      name += std::get<Fault_source>(one.param) == Fault_source::cxx ? "Cxx" : "Libcrypto";
-      return name + (std::get<Fault_mode>(one.param) == Fault_mode::once ? "Once" : "FromThenOn");
+      const bool is_cxx = std::get<Fault_source>(one.param) == Fault_source::cxx;
+      return test_name(std::get<Known_call>(one.param), is_cxx ? "Cxx" : "Libcrypto",
+                       std::get<Fault_mode>(one.param));
     });
 
 }  // namespace
