@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 #include <openssl/crypto.h>
+#include <openssl/engine.h>
 #include <openssl/evp.h>
 #include <openssl/provider.h>
+#include <openssl/rsa.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -129,6 +131,56 @@ TEST_F(RowContext, StaysOutWhenTheConfigurationChoosesRandomGenerators) {
   std::ofstream{file} << start << "random = generators\n[generators]\nrandom = HASH-DRBG\n";
   EXPECT_EXIT(ask(), testing::ExitedWithCode(stayed_out), "");
   unsetenv("OPENSSL_CONF");
+}
+
+#ifndef OPENSSL_NO_ENGINE
+// Engines are deprecated, but a program that still uses one must keep it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+struct Engine_deleter {
+  void operator()(ENGINE *engine) const { ENGINE_free(engine); }
+};
+using Engine_ptr = std::unique_ptr<ENGINE, Engine_deleter>;
+
+TEST_F(RowContext, StaysOutBesideAnEngineThatTakesRsaKeys) {
+  const Engine_ptr engine{ENGINE_new()};
+  ASSERT_EQ(ENGINE_set_id(engine.get(), "test"), 1);
+  ASSERT_EQ(ENGINE_set_RSA(engine.get(), RSA_PKCS1_OpenSSL()), 1);
+  ASSERT_EQ(ENGINE_set_default_RSA(engine.get()), 1);
+  EXPECT_FALSE(enters_small_context());
+  ENGINE_unregister_RSA(engine.get());
+  EXPECT_TRUE(enters_small_context());
+}
+
+// Offers methods for RSA keys and has none.
+int list_rsa_methods(ENGINE * /*engine*/, EVP_PKEY_METHOD **method, const int **ids, int /*id*/) {
+  static constexpr int rsa = EVP_PKEY_RSA;
+  if (method == nullptr) {
+    *ids = &rsa;
+    return 1;
+  }
+  *method = nullptr;
+  return 0;
+}
+
+TEST_F(RowContext, StaysOutBesideAnEngineWithMethodsForRsaKeys) {
+  const Engine_ptr engine{ENGINE_new()};
+  ASSERT_EQ(ENGINE_set_id(engine.get(), "test"), 1);
+  ASSERT_EQ(ENGINE_set_pkey_meths(engine.get(), list_rsa_methods), 1);
+  ASSERT_EQ(ENGINE_set_default_pkey_meths(engine.get()), 1);
+  EXPECT_FALSE(enters_small_context());
+  ENGINE_unregister_pkey_meths(engine.get());
+  EXPECT_TRUE(enters_small_context());
+}
+#pragma GCC diagnostic pop
+#endif
+
+TEST_F(RowContext, IsUsedOnceRowsComeFromTwoThreads) {
+  set_small_context_use(Small_context_use::where_it_pays);
+  std::thread{enters_small_context}.join();
+  bool entered = false;
+  std::thread{[&] { entered = enters_small_context(); }}.join();
+  EXPECT_TRUE(entered);
 }
 
 // Asks from a destructor that runs after the thread's small context is gone.

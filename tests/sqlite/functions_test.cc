@@ -122,6 +122,14 @@ TEST_F(SqliteFunctions, LargeBlobsPassWhole) {
             "x'D29751F2649B32FF572B5E0A9F541EA660A50F94FF0BEEDFB0B692B924CC8025'");
 }
 
+TEST_F(SqliteFunctions, ABlobWithoutMemoryIsAnError) {
+  const Statement statement =
+      database.prepare("SELECT create_digest('SHA256', zeroblob(100000000))");
+  sqlite3_hard_heap_limit64(sqlite3_memory_used() + 10000000);
+  EXPECT_EQ(sqlite3_step(statement.get()), SQLITE_NOMEM);
+  sqlite3_hard_heap_limit64(0);
+}
+
 TEST_F(SqliteFunctions, AnUtf16DatabaseHandsOverUtf8) {
   database.run(
       "PRAGMA encoding = 'UTF-16'; CREATE TABLE t (word); INSERT INTO t VALUES ('caf\u00e9')");

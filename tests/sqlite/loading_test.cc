@@ -96,6 +96,11 @@ TEST_F(SqliteLoading, FindsTheComponentThatTheEnvironmentNames) {
   expect_loads();
 }
 
+TEST_F(SqliteLoading, AnEmptyNameOfTheComponentCountsAsNone) {
+  setenv("HALVEX_COMPONENT", "", 1);
+  expect_loads();
+}
+
 TEST_F(SqliteLoading, CanBeLoadedTwice) {
   EXPECT_EQ(database.load(extension_path()), "");
   EXPECT_EQ(database.load(extension_path(), "sqlite3_halvexsqlite_init"), "");
@@ -365,6 +370,81 @@ TEST_F(SqliteLoading, AClosedPipeAsStandardErrorStopsNoStatement) {
   dup2(previous, STDERR_FILENO);
   close(previous);
   unsetenv("HALVEX_LOG_STDERR");
+}
+
+// Standard input and standard error of the process, each a terminal or not, for as long as it
+// lives.
+class Standard_streams {
+ public:
+  Standard_streams(bool terminal_input, bool terminal_error) {
+    terminal_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(grantpt(terminal_), 0);
+    EXPECT_EQ(unlockpt(terminal_), 0);
+    std::array<char, 64> name{};
+    EXPECT_EQ(ptsname_r(terminal_, name.data(), name.size()), 0);
+    const int line = open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(pipe(pipe_.data()), 0);
+    dup2(terminal_input ? line : pipe_[0], STDIN_FILENO);
+    dup2(terminal_error ? line : pipe_[1], STDERR_FILENO);
+    close(line);
+    reader_ = terminal_error ? terminal_ : pipe_[0];
+  }
+  Standard_streams(const Standard_streams &) = delete;
+  Standard_streams &operator=(const Standard_streams &) = delete;
+  ~Standard_streams() {
+    dup2(previous_input_, STDIN_FILENO);
+    dup2(previous_error_, STDERR_FILENO);
+    for (const int descriptor : {previous_input_, previous_error_, terminal_, pipe_[0], pipe_[1]}) {
+      close(descriptor);
+    }
+  }
+
+  // What has been written to standard error so far.
+  std::string error_output() const {
+    constexpr std::string_view end = "END";
+    EXPECT_EQ(::write(STDERR_FILENO, end.data(), end.size()), static_cast<ssize_t>(end.size()));
+    std::string text;
+    std::array<char, 1000> part{};
+    while (!text.ends_with(end)) {
+      const ssize_t length = read(reader_, part.data(), part.size());
+      if (length <= 0) {
+        ADD_FAILURE() << "cannot read standard error";
+        return text;
+      }
+      text.append(part.data(), static_cast<std::size_t>(length));
+    }
+    return text.substr(0, text.size() - end.size());
+  }
+
+ private:
+  int previous_input_ = dup(STDIN_FILENO);
+  int previous_error_ = dup(STDERR_FILENO);
+  int terminal_ = -1;
+  std::array<int, 2> pipe_{};
+  int reader_ = -1;
+};
+
+// What a statement that makes a record leaves on standard error.
+std::string error_output_with(Database &database, const Standard_streams &streams) {
+  unsetenv("HALVEX_LOG_STDERR");
+  EXPECT_EQ(database.load(extension_path()), "");
+  EXPECT_EQ(database.value("SELECT create_digest('SHA256', NULL)"), "NULL");
+  return streams.error_output();
+}
+
+TEST_F(SqliteLoading, ATerminalShowsRecords) {
+  const Standard_streams streams{true, true};
+  EXPECT_THAT(error_output_with(database, streams), HasSubstr(" warning 13919 "));
+}
+
+TEST_F(SqliteLoading, AScriptOnATerminalShowsNoRecords) {
+  const Standard_streams streams{false, true};
+  EXPECT_EQ(error_output_with(database, streams), "");
+}
+
+TEST_F(SqliteLoading, ASessionWhoseErrorsAreKeptShowsNoRecords) {
+  const Standard_streams streams{true, false};
+  EXPECT_EQ(error_output_with(database, streams), "");
 }
 
 TEST_F(SqliteLoading, ALimitOfFileSizesStopsNoStatement) {

@@ -112,8 +112,12 @@ TEST_F(SqliteVariables, ARejectedValueIsAConstraintErrorThatCanBeIgnored) {
 TEST_F(SqliteVariables, OnlyValuesChange) {
   EXPECT_EQ(database.error("UPDATE dovrin_variables SET name = 'x', value = 8192"),
             "dovrin_variables: only the value can be changed");
-  EXPECT_EQ(database.error("UPDATE dovrin_variables SET maximum = 32768"),
-            "dovrin_variables: only the value can be changed");
+  for (const char *const change : {"maximum = 32768", "maximum = 'large'", "maximum = NULL",
+                                   "type = 'text'", "type = 7", "type = NULL"}) {
+    EXPECT_EQ(database.error(std::string{"UPDATE dovrin_variables SET "} + change),
+              "dovrin_variables: only the value can be changed")
+        << change;
+  }
   EXPECT_EQ(database.error("UPDATE dovrin_variables SET rowid = 7 WHERE rowid = 1"),
             "dovrin_variables: only the value can be changed");
   const std::string error =
