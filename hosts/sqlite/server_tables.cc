@@ -27,15 +27,6 @@ using dovrin_host::Variable_info;
 using dovrin_host::Variable_type;
 using dovrin_host::Variable_value;
 
-// The bytes of any value as TEXT, valid UTF-8 or not.
-std::string_view text_bytes(sqlite3_value *value) {
-  const auto *bytes = reinterpret_cast<const char *>(sqlite3_value_text(value));
-  if (bytes == nullptr) {
-    throw std::bad_alloc{};
-  }
-  return {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
-}
-
 // No variable can be NULL: the word is rejected, in a readable error text.
 Setting setting_of(sqlite3_value *value) {
   switch (sqlite3_value_type(value)) {
@@ -111,9 +102,8 @@ class Variables_table : public System_table {
     const auto &name = std::get<std::string>(row.cells[0]);
     dovrin_host::System_variables &variables = dovrin_host::Server::instance().variables();
     Status status = variables.set(name, setting_of(value));
-    const auto current = variables.get(name);
-    if (status.ok() && name == dovrin_host::legacy_padding_name && current.ok() &&
-        current.value() == Variable_value{true}) {
+    if (status.ok() && name == dovrin_host::legacy_padding_name &&
+        variables.get(name).value() == Variable_value{true}) {
       warn_of_legacy_padding();
     }
     return status;

@@ -35,13 +35,12 @@ struct Sql_function {
   Shared_instance of_all_call_sites{};  // null before the first row, and unless shares_instance()
 };
 
-std::string_view bytes_of(sqlite3_value *value, const void *bytes) {
-  const auto length = static_cast<std::size_t>(sqlite3_value_bytes(value));
-  if (bytes == nullptr && length != 0) {
-    throw std::bad_alloc{};
-  }
-  return bytes != nullptr ? std::string_view{static_cast<const char *>(bytes), length}
-                          : std::string_view{""};
+// The bytes of a BLOB. Out of memory, there are none, and SQLite fails the statement.
+std::string_view blob_bytes(sqlite3_value *value) {
+  const auto *const bytes = static_cast<const char *>(sqlite3_value_blob(value));
+  return bytes != nullptr
+             ? std::string_view{bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))}
+             : std::string_view{""};
 }
 
 // The integer that a REAL holds; nullopt if it holds none of 64 bits.
@@ -55,7 +54,10 @@ std::optional<long long> integer_in(double real) {
 // accepts those that lose nothing.
 Argument make_number(Item_result expected, double real) {
   const std::optional<long long> integer = integer_in(real);
-  return expected == INT_RESULT && integer ? Argument::integer(*integer) : Argument::real(real);
+  if (expected == INT_RESULT && integer) {
+    return Argument::integer(*integer);
+  }
+  return Argument::real(real);
 }
 
 // An SQL NULL has no type here: it takes the one that the function expects, so that the function's
@@ -66,17 +68,10 @@ Argument make_argument(Item_result expected, sqlite3_value *value) {
       return Argument::integer(sqlite3_value_int64(value));
     case SQLITE_FLOAT:
       return make_number(expected, sqlite3_value_double(value));
-    case SQLITE_TEXT: {
-      const void *const text = sqlite3_value_text(value);
-      if (text == nullptr) {
-        throw std::bad_alloc{};
-      }
-      return Argument::terminated_string(bytes_of(value, text));
-    }
-    case SQLITE_BLOB: {
-      const void *const blob = sqlite3_value_blob(value);
-      return Argument::string(bytes_of(value, blob));
-    }
+    case SQLITE_TEXT:
+      return Argument::terminated_string(text_bytes(value));
+    case SQLITE_BLOB:
+      return Argument::string(blob_bytes(value));
     default:
       return Argument::null(expected);
   }

@@ -6,6 +6,7 @@
 
 #include <sqlite3ext.h>
 
+#include <cstddef>
 #include <exception>
 #include <new>
 #include <string>
@@ -41,6 +42,15 @@ int without_exceptions(Action action, On_error on_error) noexcept {
   } catch (const std::bad_alloc &) {
     return SQLITE_NOMEM;
   }
+}
+
+// The bytes of any value as TEXT, valid UTF-8 or not. Throws std::bad_alloc.
+inline std::string_view text_bytes(sqlite3_value *value) {
+  const auto *const bytes = reinterpret_cast<const char *>(sqlite3_value_text(value));
+  if (bytes == nullptr) {
+    throw std::bad_alloc{};
+  }
+  return {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
 }
 
 // The text as SQLite frees it, as valid UTF-8 without control characters; null if out of memory.

@@ -129,13 +129,7 @@ bool is_same(sqlite3_value *value, const Cell &cell) {
     return sqlite3_value_type(value) == SQLITE_INTEGER && sqlite3_value_int64(value) == *integer;
   }
   if (const auto *text = std::get_if<std::string>(&cell)) {
-    if (sqlite3_value_type(value) != SQLITE_TEXT) {
-      return false;
-    }
-    const auto *bytes = reinterpret_cast<const char *>(sqlite3_value_text(value));
-    return bytes != nullptr &&
-           std::string_view{bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))} ==
-               make_printable(*text);
+    return sqlite3_value_type(value) == SQLITE_TEXT && text_bytes(value) == make_printable(*text);
   }
   return sqlite3_value_type(value) == SQLITE_NULL;
 }
