@@ -48,7 +48,10 @@ class Registrations {
   // Null if there is none, or if it is unpublished.
   std::shared_ptr<Entry> find_published(std::string_view name) const {
     const auto found = slots_.find(name);
-    return found != slots_.end() && found->second.published ? found->second.entry : nullptr;
+    if (found == slots_.end() || !found->second.published) {
+      return nullptr;
+    }
+    return found->second.entry;
   }
 
   // Null if there is none.

@@ -3,12 +3,10 @@
 #include <openssl/bio.h>
 #include <openssl/conf.h>
 #include <openssl/core_dispatch.h>
-#include <openssl/core_names.h>
 #include <openssl/crypto.h>
 #include <openssl/engine.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
-#include <openssl/params.h>
 #include <openssl/pem.h>
 #include <openssl/provider.h>
 #include <unistd.h>
@@ -67,7 +65,6 @@ class Small_context {
                            const OSSL_DISPATCH **out, void **provider_context) noexcept;
   static const OSSL_ALGORITHM *query_operation(void *provider_context, int operation,
                                                int *no_store) noexcept;
-  static int get_params(void *provider_context, OSSL_PARAM *params) noexcept;
 
   // OpenSSL gives its provider callbacks the default provider's data, not ours. They run on the one
   // thread that uses the context.
@@ -122,9 +119,8 @@ Algorithm_list Small_context::rsa_algorithms(int operation) const {
 
 int Small_context::init_provider(const OSSL_CORE_HANDLE * /*handle*/, const OSSL_DISPATCH * /*in*/,
                                  const OSSL_DISPATCH **out, void **provider_context) noexcept {
-  static const std::array<OSSL_DISPATCH, 3> operations{{
+  static const std::array<OSSL_DISPATCH, 2> operations{{
       {OSSL_FUNC_PROVIDER_QUERY_OPERATION, reinterpret_cast<void (*)()>(query_operation)},
-      {OSSL_FUNC_PROVIDER_GET_PARAMS, reinterpret_cast<void (*)()>(get_params)},
       {0, nullptr},
   }};
   *out = operations.data();
@@ -147,11 +143,6 @@ const OSSL_ALGORITHM *Small_context::query_operation(void * /*provider_context*/
       return OSSL_PROVIDER_query_operation(of_this_thread->default_provider_.get(), operation,
                                            no_store);
   }
-}
-
-int Small_context::get_params(void * /*provider_context*/, OSSL_PARAM *params) noexcept {
-  OSSL_PARAM *const status = OSSL_PARAM_locate(params, OSSL_PROV_PARAM_STATUS);
-  return status == nullptr || OSSL_PARAM_set_int(status, 1) == 1 ? 1 : 0;
 }
 
 // Constant-initialised and without a destructor: rows of destructors that run later than the
