@@ -79,7 +79,7 @@ signatures and message digests, on OpenSSL 3. The command .load halvex_sqlite
 of the sqlite3 shell loads it, as does any program that loads extensions."
     halvex_sqlite SQLite "SELECT load_extension('halvex_sqlite');")
   install_examples(sqlite sqlite3-halvex ${CMAKE_SOURCE_DIR}/examples/*.sql)
-  install(PROGRAMS ${CMAKE_SOURCE_DIR}/examples/exchange_with_openssl
+  install(PROGRAMS ${CMAKE_SOURCE_DIR}/examples/encrypted_column.py ${CMAKE_SOURCE_DIR}/examples/exchange_with_openssl
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/sqlite3-halvex/examples COMPONENT debian_sqlite EXCLUDE_FROM_ALL)
   set(CPACK_DEBIAN_SQLITE_PACKAGE_PACKAGE_SHLIBDEPS ON)
   # Debian's own library is built with extension loading.
