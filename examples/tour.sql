@@ -49,7 +49,7 @@ FROM contract;
 SELECT name, value FROM dovrin_variables ORDER BY name;
 
 .print
-.print '6. A call that cannot do its work gives NULL, and the error log says why.'
+.print '6. A call that cannot do its work gives NULL, and the error log states the reason.'
 .print
 SELECT ifnull(create_asymmetric_priv_key('RSA', 1024), 'NULL') AS short_key;
 .print

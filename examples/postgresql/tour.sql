@@ -37,6 +37,6 @@ FROM contract;
 \echo 5. The two settings.
 SELECT name, setting FROM pg_settings WHERE name LIKE 'component_halvex_encryption.%' ORDER BY name;
 
-\echo 6. A call that cannot do its work gives NULL, and the server log says why. This shows it here too:
+\echo 6. A call that cannot do its work gives NULL, and the server log states the reason. This shows it here too:
 SET client_min_messages = log;
 SELECT create_asymmetric_priv_key('RSA', 1024) AS short_key;

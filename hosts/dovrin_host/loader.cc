@@ -199,14 +199,14 @@ Status Loaded_component::init() {
   return descriptor_.init() == 0 ? Status{}
                                  : failure_of(name_,
                                               "refused to start: its init failed. The error log "
-                                              "says why.");
+                                              "states the reason.");
 }
 
 Status Loaded_component::deinit() {
   return descriptor_.deinit() == 0 ? Status{}
                                    : failure_of(name_,
                                                 "refused to stop: its deinit failed. The error log "
-                                                "says why.");
+                                                "states the reason.");
 }
 
 void Loaded_component::release_services() noexcept {

@@ -263,7 +263,7 @@ TEST_F(ServerComponents, FailingInitLeavesNothingBehind) {
   for (int i = 0; i < 3; ++i) {
     expect_install_fails(file_of("refusing_init"),
                          "The component 'dovrin::refusing_init' refused to start: its init failed. "
-                         "The error log says why.");
+                         "The error log states the reason.");
   }
 }
 
@@ -309,7 +309,7 @@ TEST_F(ServerComponents, ComponentWhoseFunctionNameIsTakenIsRejected) {
   install("well_behaved");
   EXPECT_EQ(server().install(file_of("other_name")).message(),
             "The component 'dovrin::other_name' refused to start: its init failed. The error log "
-            "says why.");
+            "states the reason.");
   EXPECT_EQ(open_value()->row({}), integer_result(1));
   EXPECT_EQ(server().variables().list().size(), 2U);
   uninstall(well_behaved);
@@ -397,7 +397,7 @@ TEST_F(ServerComponents, ComponentThatRefusesToStopStaysUsable) {
   EXPECT_EQ(
       server().uninstall("dovrin::failing_deinit").message(),
       "The component 'dovrin::failing_deinit' refused to stop: its deinit failed. The error log "
-      "says why.");
+      "states the reason.");
   EXPECT_EQ(server().components().size(), 1U);
   EXPECT_TRUE(server().open_function("failing_deinit", {}).ok());
   uninstall("dovrin::failing_deinit");
