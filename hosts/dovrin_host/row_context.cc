@@ -108,7 +108,7 @@ Algorithm_list Small_context::rsa_algorithms(int operation) const {
   const OSSL_ALGORITHM *algorithm =
       OSSL_PROVIDER_query_operation(default_provider_.get(), operation, &no_store);
   Algorithm_list list;
-  for (; algorithm != nullptr && algorithm->algorithm_names != nullptr; ++algorithm) {
+  for (; algorithm->algorithm_names != nullptr; ++algorithm) {
     if (serves_rsa(algorithm->algorithm_names)) {
       list.push_back(*algorithm);
     }
@@ -226,7 +226,7 @@ bool configuration_chooses_random() {
   static const bool chooses = [] {
     const std::unique_ptr<char, Free_with<free_text>> file{CONF_get1_default_config_file()};
     const std::unique_ptr<CONF, Free_with<NCONF_free>> configuration{NCONF_new(nullptr)};
-    if (!file || !configuration || NCONF_load(configuration.get(), file.get(), nullptr) <= 0) {
+    if (!file || NCONF_load(configuration.get(), file.get(), nullptr) <= 0) {
       return false;
     }
     const char *const section = NCONF_get_string(configuration.get(), nullptr, "openssl_conf");
