@@ -76,7 +76,8 @@ bool check_legacy_padding(bool *new_value, void ** /*extra*/, GucSource /*source
 // For a start or a reload, which come outside of transactions. Where the library is preloaded the
 // postmaster warns for all sessions.
 void assign_legacy_padding(bool new_value, void * /*extra*/) {
-  if (new_value && !legacy_padding && !(preloaded && IsUnderPostmaster) && !IsTransactionState()) {
+  const bool postmaster_warns = preloaded && IsUnderPostmaster;
+  if (new_value && !legacy_padding && !postmaster_warns && !IsTransactionState()) {
     warn_of_legacy_padding();
   }
   if (is_component_loaded()) {

@@ -47,6 +47,9 @@ class Open_site {
 class ComponentCalls : public testing::Test {
  protected:
   static void SetUpTestSuite() {
+    EXPECT_FALSE(host::is_component_loaded());
+    EXPECT_EQ(host::oldest_record(), nullptr);
+
     ASSERT_EQ(setenv("HALVEX_COMPONENT", "/nowhere/component.so", 1), 0);
     EXPECT_FALSE(host::load_component());
     EXPECT_NE(std::strstr(host::failure_text(), "/nowhere/component.so"), nullptr);
