@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "dovrin_host/error_log.h"
+#include "dovrin_host/key_limits.h"
 #include "dovrin_host/row_context.h"
 
 namespace dovrin_host {
@@ -278,16 +279,16 @@ Row_result Function_instance::row(std::span<const Argument> arguments) {
   if (!accepts(arguments)) {
     return error("was opened for arguments of other types");
   }
+  const Foreign_errors foreign_errors;
   if (has_key_) {
-    if (const std::string long_key = find_long_key(arguments); !long_key.empty()) {
-      return error(long_key);
+    if (const std::string excess = describe_excessive_key(arguments); !excess.empty()) {
+      return error("was given " + excess);
     }
   }
   wipe_copies();
   Copies_guard guard{*this};
   fill_arguments(arguments);
 
-  const Foreign_errors foreign_errors;
   const Running_scope running{name()};
   std::optional<Row_result> first;
   if (has_key_ && may_run_in_small_context(arguments)) {
@@ -366,14 +367,14 @@ Row_result Function_instance::integer_row() {
   return {.kind = Row_result::Kind::integer, .integer = value};
 }
 
-// Empty if there is none.
-std::string Function_instance::find_long_key(std::span<const Argument> arguments) const {
+// Empty if none is beyond the limits.
+std::string Function_instance::describe_excessive_key(std::span<const Argument> arguments) const {
   const std::size_t described = std::min(arguments.size(), description_.arguments.size());
   for (std::size_t i = 0; i < described; ++i) {
-    const std::size_t length = arguments[i].bytes().size();
-    if (description_.arguments[i] == Argument_kind::key && length > longest_key) {
-      return "was given a key of " + std::to_string(length) + " bytes; the limit is " +
-             std::to_string(longest_key);
+    if (description_.arguments[i] == Argument_kind::key) {
+      if (std::string excess = describe_excess(arguments[i].bytes()); !excess.empty()) {
+        return excess;
+      }
     }
   }
   return {};

@@ -218,10 +218,6 @@ struct Row_result {
 static_assert(std::is_trivially_destructible_v<Argument>);
 static_assert(std::is_trivially_destructible_v<Row_result>);
 
-// The longest key argument, in bytes: keys of 16384 bits fit, and OpenSSL reads no key for minutes
-// on end, which nothing could interrupt.
-inline constexpr std::size_t longest_key = 16384;
-
 // The name of the function whose row the calling thread runs; empty outside of rows.
 std::string_view running_function() noexcept;
 
@@ -247,10 +243,10 @@ class Function_instance {
   // True if number and types of the arguments are those of `open`.
   bool accepts(std::span<const Argument> arguments) const;
 
-  // Runs one row. Arguments that accepts() rejects, a key of more than `longest_key` bytes (then
-  // the function is not called) or an error flag set by the function give an error with a sentence
-  // that names the function. Exceptions of the component pass, after the copies of the arguments
-  // are wiped.
+  // Runs one row. Arguments that accepts() rejects, a key beyond the limits of key_limits.h (in
+  // both cases the function is not called) or an error flag set by the function give an error with
+  // a sentence that names the function. Exceptions of the component pass, after the copies of the
+  // arguments are wiped.
   //
   // The thread's OpenSSL error queue is as before afterwards: what others left there is no cause of
   // this row's failure. Only marks on it (ERR_set_mark) are lost.
@@ -276,7 +272,7 @@ class Function_instance {
   Row_result string_row();
   Row_result integer_row();
   Row_result error(const std::string &what);
-  std::string find_long_key(std::span<const Argument> arguments) const;
+  std::string describe_excessive_key(std::span<const Argument> arguments) const;
   bool needs_copy(const Argument &argument, std::size_t position) const;
   void fill_arguments(std::span<const Argument> arguments);
   void make_room(std::size_t needed);

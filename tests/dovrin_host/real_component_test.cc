@@ -6,7 +6,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -18,6 +17,7 @@
 #include "dovrin_host/services.h"
 #include "printers.h"
 #include "records.h"
+#include "support/der.h"
 #include "support/fixture.h"
 
 namespace dovrin_host {
@@ -242,14 +242,31 @@ TEST_F(RealComponent, ErrorOfAnotherUserIsNotReportedAsTheCause) {
   EXPECT_EQ(ERR_get_error(), 0U);
 }
 
+// A DSA private key without its public part, which OpenSSL computes as it reads the key.
+std::string dsa_key(std::size_t bits) {
+  using namespace halvex_test::der;
+  const std::string long_number = integer(bits);
+  const std::string algorithm = element(object_identifier_tag, "\x2A\x86\x48\xCE\x38\x04\x01");
+  return pem(sequence(element(integer_tag, std::string(1, '\0')) +
+                      sequence(algorithm + sequence(long_number + long_number + integer(8))) +
+                      element(octet_string_tag, long_number)));
+}
+
 // OpenSSL would work for seconds to minutes on these, and nothing could interrupt it.
-TEST_F(RealComponent, LongKeyIsAnErrorOfEveryFunctionThatTakesOne) {
+TEST_F(RealComponent, ExcessiveKeyIsAnErrorOfEveryFunctionThatTakesOne) {
   std::string lines;
   while (lines.size() < 200000 * 56) {
     lines += "-----BEGIN PUBLIC KEY-----\nAAAA\n-----END PUBLIC KEY-----\n";
   }
-  const std::string newlines(100000000, '\n');
-  const std::string one_too_many(longest_key + 1, 'A');
+  const auto of_length = [](std::size_t bytes) {
+    return "a key of " + std::to_string(bytes) + " bytes; the limit is 16384";
+  };
+  const std::vector<std::pair<std::string, std::string>> excesses{
+      {lines, of_length(lines.size())},
+      {std::string(100000000, '\n'), of_length(100000000)},
+      {std::string(16385, 'A'), of_length(16385)},
+      {dsa_key(24000), "a key with a number of 24000 bits; the limit is 16384"},
+  };
   int functions = 0;
   for (const Function_description &function : function_descriptions()) {
     if (!function.has(Argument_kind::key)) {
@@ -259,17 +276,17 @@ TEST_F(RealComponent, LongKeyIsAnErrorOfEveryFunctionThatTakesOne) {
     const std::string name{function.name};
     const auto instance = open(name.c_str(), std::vector(function.arguments.size(), STRING_RESULT));
     ASSERT_NE(instance, nullptr);
-    for (const std::string *const key :
-         std::initializer_list<const std::string *>{&lines, &newlines, &one_too_many}) {
+    for (const auto &[key, excess] : excesses) {
       std::vector<Argument> arguments;
       for (const Argument_kind kind : function.arguments) {
-        arguments.push_back(Argument::string(kind == Argument_kind::key ? *key : "RSA"));
+        arguments.push_back(
+            Argument::string(kind == Argument_kind::key ? std::string_view{key} : "RSA"));
       }
       const Listener listener;
       EXPECT_EQ(instance->row(arguments),
-                error_result("The function " + name + " was given a key of " +
-                             std::to_string(key->size()) + " bytes; the limit is 16384."));
+                error_result("The function " + name + " was given " + excess + '.'));
       EXPECT_TRUE(listener.records().empty());
+      EXPECT_EQ(ERR_peek_error(), 0U);
     }
   }
   EXPECT_EQ(functions, 5);
