@@ -9,24 +9,18 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include "dovrin_host/error_log.h"
 #include "records.h"
+#include "support/fixture.h"
 #include "support/temporary_folder.h"
 
 namespace dovrin_host {
 namespace {
 
+using halvex_test::file_bytes;
 using halvex_test::Temporary_folder;
-
-std::string contents(const std::string &path) {
-  std::ifstream file{path, std::ios::binary};
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
 
 // Keeps files of this process below a size while it lives.
 class File_size_limit {
@@ -54,8 +48,8 @@ TEST(LineSink, FileGetsOneLinePerRecordAfterWhatItHad) {
   EXPECT_TRUE(sink.value()->write(sample_record("a")).ok());
   EXPECT_TRUE(sink.value()->write(sample_record("b")).ok());
 
-  EXPECT_EQ(contents(path), "earlier\n" + render_json(sample_record("a")) + '\n' +
-                                render_json(sample_record("b")) + '\n');
+  EXPECT_EQ(file_bytes(path), "earlier\n" + render_json(sample_record("a")) + '\n' +
+                                  render_json(sample_record("b")) + '\n');
 }
 
 TEST(LineSink, NewFileIsForItsOwnerOnly) {
@@ -76,7 +70,7 @@ TEST(LineSink, ExistingFileIsNarrowedToItsOwner) {
   struct stat information {};
   ASSERT_EQ(stat(path.c_str(), &information), 0);
   EXPECT_EQ(information.st_mode & 0777U, 0600U);
-  EXPECT_EQ(contents(path), "earlier\n");
+  EXPECT_EQ(file_bytes(path), "earlier\n");
 }
 
 TEST(LineSink, FileThatOtherUsersKeepIsRejected) {
@@ -245,7 +239,7 @@ TEST(LineSink, RecordsAroundATruncatedOneAreWholeLines) {
   }
   EXPECT_TRUE(sink.value()->write(sample_record("d")).ok());
 
-  EXPECT_EQ(contents(path),
+  EXPECT_EQ(file_bytes(path),
             line + '\n' + line.substr(0, 10) + '\n' + render_json(sample_record("d")) + '\n');
 }
 

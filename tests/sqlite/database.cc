@@ -1,10 +1,11 @@
 #include "sqlite/database.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
+
+#include "support/hexadecimal.h"
 
 namespace halvex_test {
 
@@ -13,17 +14,6 @@ namespace {
 [[noreturn]] void abort_with(const std::string &what, const std::string &why) {
   static_cast<void>(std::fprintf(stderr, "%s: %s\n", what.c_str(), why.c_str()));
   std::abort();
-}
-
-std::string hexadecimal(std::string_view bytes) {
-  constexpr std::string_view digits = "0123456789ABCDEF";
-  std::string text;
-  for (const char c : bytes) {
-    const auto byte = static_cast<std::uint8_t>(c);
-    text += digits[byte >> 4U];
-    text += digits[byte & 15U];
-  }
-  return text;
 }
 
 std::string column_text(sqlite3_stmt *statement, int column) {
@@ -37,7 +27,7 @@ std::string column_text(sqlite3_stmt *statement, int column) {
   const std::string content{bytes != nullptr ? bytes : "",
                             static_cast<std::size_t>(sqlite3_column_bytes(statement, column))};
   if (type == SQLITE_BLOB) {
-    return std::string{"x"}.append(sql_text(hexadecimal(content)));
+    return std::string{"x"}.append(sql_text(to_hex(content)));
   }
   return type == SQLITE_TEXT ? sql_text(content) : content;
 }

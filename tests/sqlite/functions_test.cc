@@ -19,7 +19,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 constexpr const char *sha256_of_abc =
-    "x'BA7816BF8F01CFEA414140DE5DAE2223B00361A396177A9CB410FF61F20015AD'";
+    "x'ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad'";
 
 class SqliteFunctions : public testing::Test {
  protected:
@@ -94,7 +94,7 @@ TEST_F(SqliteFunctions, TextAndBlobAreTheSameArgument) {
 
 TEST_F(SqliteFunctions, EmptyStringsAreNotNull) {
   constexpr const char *sha256_of_nothing =
-      "x'E3B0C44298FC1C149AFBF4C8996FB92427AE41E4649B934CA495991B7852B855'";
+      "x'e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855'";
   for (const char *const empty : {"''", "x''", "zeroblob(0)"}) {
     EXPECT_EQ(database.value("SELECT create_digest('SHA256', " + std::string{empty} + ")"),
               sha256_of_nothing);
@@ -111,7 +111,7 @@ TEST_F(SqliteFunctions, NothingIsNeitherEncryptedNorSigned) {
 
 TEST_F(SqliteFunctions, BytesAfterANulCount) {
   constexpr const char *sha256_of_a_nul_b =
-      "x'59B271AE1BBCB1D31D41929817F4B16FB439EB4F31520B5AD1D5CE98920A7138'";
+      "x'59b271ae1bbcb1d31d41929817f4b16fb439eb4f31520b5ad1d5ce98920a7138'";
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', x'610062')"), sha256_of_a_nul_b);
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', CAST(x'610062' AS TEXT))"),
             sha256_of_a_nul_b);
@@ -119,7 +119,7 @@ TEST_F(SqliteFunctions, BytesAfterANulCount) {
 
 TEST_F(SqliteFunctions, LargeBlobsPassWhole) {
   EXPECT_EQ(database.value("SELECT create_digest('SHA256', zeroblob(1000000))"),
-            "x'D29751F2649B32FF572B5E0A9F541EA660A50F94FF0BEEDFB0B692B924CC8025'");
+            "x'd29751f2649b32ff572b5e0a9f541ea660a50f94ff0beedfb0b692b924cc8025'");
 }
 
 TEST_F(SqliteFunctions, ABlobWithoutMemoryIsAnError) {

@@ -203,7 +203,7 @@ TEST_F(SqliteInstances, AnInterruptedStatementLeavesNothingOpen) {
   sqlite3_interrupt(database->handle());
   EXPECT_EQ(sqlite3_step(endless.get()), SQLITE_INTERRUPT);
   EXPECT_EQ(counts(), (Counts{1, 1, 1}));
-  EXPECT_EQ(database->value("SELECT counted('next')"), "x'6E657874'");
+  EXPECT_EQ(database->value("SELECT counted('next')"), "x'6e657874'");
 }
 
 TEST_F(SqliteInstances, AnExceptionOfARowIsAnErrorOfTheStatement) {

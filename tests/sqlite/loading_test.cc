@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "sqlite/database.h"
+#include "support/fixture.h"
 #include "support/loaded_component.h"
 #include "support/temporary_folder.h"
 
@@ -34,11 +35,6 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-std::string bytes_of(const std::string &path) {
-  std::ifstream file{path, std::ios::binary};
-  return {std::istreambuf_iterator<char>{file}, {}};
-}
 
 void write(const std::string &path, const std::string &bytes) {
   std::ofstream{path, std::ios::binary} << bytes;
@@ -116,7 +112,7 @@ TEST_F(SqliteLoading, MissingComponentIsNamed) {
 }
 
 TEST_F(SqliteLoading, DamagedComponentIsNamed) {
-  const std::string whole = bytes_of(component_path());
+  const std::string whole = file_bytes(component_path());
   write(folder / "empty.so", "");
   write(folder / "text.so", "This is no shared object.\n");
   write(folder / "half.so", whole.substr(0, whole.size() / 2));
@@ -307,7 +303,7 @@ TEST_F(SqliteLoading, WritesRecordsToTheLogFileAsLinesOfJson) {
   database.value("SELECT create_digest('SHA256', NULL)");
   database.value("SELECT create_asymmetric_priv_key('RSA', 1)");
 
-  std::istringstream lines{bytes_of(folder / "records.json")};
+  std::istringstream lines{file_bytes(folder / "records.json")};
   std::vector<int> codes;
   for (std::string line; std::getline(lines, line);) {
     codes.push_back(nlohmann::json::parse(line).at("code").get<int>());
