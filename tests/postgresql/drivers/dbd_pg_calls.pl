@@ -1,4 +1,4 @@
-# Calls through DBD::Pg, one line per case: what create_digest made of the six bytes.
+# Calls through DBD::Pg, one line per case: what create_digest made of the six bytes, and how a record arrives.
 use strict;
 use warnings;
 use DBI;
@@ -25,3 +25,7 @@ report('no type, digits, ::bytea', $cast, $digits);
 report('no type, bytes, ::bytea', $cast, $data);
 my $decrypt = q{SELECT asymmetric_decrypt('RSA', ?, (SELECT private_key FROM keys)) IS NULL};
 report('decryption, no type, bytes', $decrypt, "\xfe\x5c");
+
+$SIG{__WARN__} = sub { print "a warning: $_[0]" };
+$connection->do('SET client_min_messages = log');
+$connection->do(q{SELECT create_asymmetric_priv_key('DSA', 2048)});

@@ -1,5 +1,5 @@
 <?php
-// Calls through PHP's two interfaces, one line per case: what create_digest made of the six bytes.
+// Calls through PHP's two interfaces, one line per case: what create_digest made of the six bytes, and how a record arrives.
 
 $data = hex2bin('0001fe5c7827');
 $digits = '\\x' . bin2hex($data);
@@ -32,3 +32,11 @@ report_pdo('PARAM_LOB', sprintf($digest, '?'), $data, false);
 report_pdo('PARAM_LOB, emulated', sprintf($digest, '?'), $data, true);
 report_pdo('PARAM_LOB, ::bytea', sprintf($digest, '?::bytea'), $data, false);
 report_pdo('PARAM_LOB, emulated, ::bytea', sprintf($digest, '?::bytea'), $data, true);
+
+pg_query($connection, 'SET client_min_messages = log');
+pg_query($connection, "SELECT create_asymmetric_priv_key('DSA', 2048)");
+echo 'pg_last_notice: ', pg_last_notice($connection), "\n";
+$pdo = new PDO('pgsql:');
+$pdo->query('SET client_min_messages = log');
+$statement = $pdo->query("SELECT create_asymmetric_priv_key('DSA', 2048)");
+echo 'PDO: ', json_encode([$statement->errorInfo(), $pdo->errorInfo()]), "\n";
