@@ -80,8 +80,38 @@ def on_threads(runs):
     return time.perf_counter() - begin
 
 
+class Peer:
+    """A process that computes rows with a connection of its own, when asked."""
+
+    def __init__(self, options, bits):
+        context = multiprocessing.get_context("fork")
+        self.pipe, end_of_process = context.Pipe()
+        self.process = context.Process(target=self.serve, args=(end_of_process, options, bits), daemon=True)
+        self.process.start()
+
+    @staticmethod
+    def serve(pipe, options, bits):
+        connection = connect(options, bits)
+        while True:
+            call, rows = pipe.recv()
+            row_runner(connection, call)(rows)
+            pipe.send(rows)
+
+
+def on_processes(peers, call, rows):
+    """Runs the rows in every process at the same time; returns the seconds until the last has ended."""
+    begin = time.perf_counter()
+    for peer in peers:
+        peer.pipe.send((call, rows))
+    for peer in peers:
+        peer.pipe.recv()
+    return time.perf_counter() - begin
+
+
 def rsa_rows(options, bits):
-    """Rows a second by (function, number of threads)."""
+    """Rows a second by (function, number of threads), and by (function, "processes") of two processes."""
+    # Before this process has a library context.
+    peers = [Peer(options, bits), Peer(options, bits)]
     connections = [connect(options, bits), connect(options, bits)]
     figures = {}
     for function, call in CALLS.items():
@@ -89,8 +119,11 @@ def rsa_rows(options, bits):
         rows = rows_that_take(options.seconds, runs[0], MOST_ROWS)
         seconds = in_turn(options.rounds, {
             1: lambda: on_threads([lambda: runs[0](rows)]),
-            2: lambda: on_threads([lambda run=run: run(rows) for run in runs])})
-        figures |= {(function, threads): figure.rate(rows * threads) for threads, figure in seconds.items()}
+            2: lambda: on_threads([lambda run=run: run(rows) for run in runs]),
+            "processes": lambda: on_processes(peers, call, rows)})
+        figures |= {(function, count): figure.rate(rows if count == 1 else 2 * rows) for count, figure in seconds.items()}
+    for peer in peers:
+        peer.process.kill()
     return figures
 
 
@@ -258,12 +291,12 @@ def measure(options):
         failing, logged = in_child(failing_rows, options, log.name, HALVEX_LOG_FILE=log.name, **quiet)
 
     def row(function, length):
-        one, two = ([rsa[context, length][function, count] for context in CONTEXTS] for count in (1, 2))
-        return [f"`{function}`", str(length), as_number(one[0]), as_number(two[0]), as_number(one[1]), as_number(two[1]),
-                as_ratio(two[1] / one[1])]
+        default, small = ([rsa[context, length][function, count] for count in (1, 2, "processes")] for context in CONTEXTS)
+        return [f"`{function}`", str(length), as_number(default[0]), as_number(default[1]), as_number(small[0]),
+                as_number(small[1]), as_ratio(small[1] / small[0]), as_ratio(small[2] / small[0])]
 
     rows = table(["rows a second", "bits", "default context", "2 threads", "small context", "2 threads",
-                  "2 threads / 1 thread, small"], [row(function, length) for function in CALLS for length in bits])
+                  "2 threads / 1 thread, small", "2 processes / 1 thread, small"], [row(function, length) for function in CALLS for length in bits])
     kinds = table(["64 bytes, SHA256", "1 thread", "ratio to the minimal function", "2 threads / 1 thread"], [
         [f"`SELECT sum(length({expression}))`", as_time(digests[kind, 1]), as_ratio(digests[kind, 1] / digests["minimal", 1]),
          as_ratio(digests[kind, 1] / digests[kind, 2])] for kind, expression in DIGESTS.items()])
@@ -273,7 +306,8 @@ def measure(options):
     uses = table(["first use in a process", "time"], [[name, as_time(figure)] for name, figure in started.items()])
     room = table(["private memory in KiB", "default context", "small context"], [
         [name, as_number(sizes_of["default"][name]), as_number(sizes_of["small"][name])] for name in sizes_of["default"]])
-    text = f"""RSA rows of one connection, and of two threads with a connection each:
+    text = f"""RSA rows of one connection, and of two threads with a connection each. Two processes share nothing, so the last column
+is what this machine's two processors can do:
 
 {rows}
 
