@@ -43,6 +43,15 @@ TEST_P(KeyLimits, AreFoundWhereverANumberLies) {
 const std::string small_number = integer(8);
 const std::string long_number = integer(16392);
 
+// A key with the long number in so many sequences.
+std::string nested_key(int sequences) {
+  std::string elements = long_number;
+  for (int i = 0; i < sequences; ++i) {
+    elements = sequence(elements);
+  }
+  return pem(elements);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Keys, KeyLimits,
     testing::Values(
@@ -60,6 +69,14 @@ INSTANTIATE_TEST_SUITE_P(
               pem(sequence(element(bit_string_tag, std::string(1, '\0') + sequence(long_number))),
                   "PUBLIC KEY"),
               excess_of_bits(16392)},
+        Shape{"BehindAnEmptyBitString", pem(sequence(element(bit_string_tag, "") + long_number)),
+              excess_of_bits(16392)},
+        Shape{"InAContextSpecificElement", pem(sequence(element('\xA4', long_number))),
+              excess_of_bits(16392)},
+        Shape{"ContextSpecificInPlaceOfInteger",
+              pem(sequence(element('\x82', std::string(2100, 'a')))), ""},
+        Shape{"InFifteenSequences", nested_key(15), excess_of_bits(16392)},
+        Shape{"InSixteenSequences", nested_key(16), ""},
         // What a string in parts holds shows only when the parts are put together.
         Shape{"InAStringOfParts",
               pem(sequence(element(constructed_octet_string_tag,

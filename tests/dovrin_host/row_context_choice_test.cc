@@ -55,10 +55,10 @@ EVP_PKEY *PEM_read_bio_PUBKEY(BIO * /*bio*/, EVP_PKEY ** /*key*/, pem_password_c
   return nullptr;
 }
 
-int OSSL_PROVIDER_do_all(OSSL_LIB_CTX *context, int (*visit)(OSSL_PROVIDER *, void *), void *data) {
+int OSSL_PROVIDER_do_all(OSSL_LIB_CTX *ctx, int (*cb)(OSSL_PROVIDER *, void *), void *cbdata) {
   using Visit = int(OSSL_PROVIDER *, void *);
   return dovrin_host::real_or<int(OSSL_LIB_CTX *, Visit *, void *)>(
-      [](OSSL_LIB_CTX *, Visit *, void *) { return 0; }, __func__)(context, visit, data);
+      [](OSSL_LIB_CTX *, Visit *, void *) { return 0; }, __func__)(ctx, cb, cbdata);
 }
 
 OSSL_LIB_CTX *OSSL_LIB_CTX_new() {

@@ -131,6 +131,8 @@ TEST_F(RowContext, StaysOutWhenTheConfigurationChoosesRandomGenerators) {
   setenv("OPENSSL_CONF", file.c_str(), 1);
   const std::string start = "openssl_conf = init\n[init]\n";
 
+  std::ofstream{file} << "random = generators\n";
+  EXPECT_EXIT(ask(), testing::ExitedWithCode(entered), "");
   std::ofstream{file} << start << "oid_section = oids\n[oids]\n";
   EXPECT_EXIT(ask(), testing::ExitedWithCode(entered), "");
   std::ofstream{file} << start << "random = generators\n[generators]\nrandom = HASH-DRBG\n";
