@@ -60,11 +60,11 @@ if(HALVEX_BUILD_FUZZERS)
   add_link_options(-fsanitize=fuzzer-no-link)
 endif()
 
-# gcc counts in everything, clang in what is shipped. Two files for each object, as two tests at once write them.
+# gcc counts in everything, clang in what is shipped: a file for each object in each process.
 if(HALVEX_COVERAGE)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(halvex_loadable INTERFACE
-      -fprofile-instr-generate=${CMAKE_BINARY_DIR}/profiles/%2m.profraw -fprofile-update=atomic
+      -fprofile-instr-generate=${CMAKE_BINARY_DIR}/profiles/%p-%m.profraw -fprofile-update=atomic
       -fcoverage-mapping -fcoverage-mcdc)
     add_link_options(-fprofile-instr-generate)
   else()

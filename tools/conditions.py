@@ -1,11 +1,19 @@
 """Prints how many conditions the tests covered in every source file, and the conditions that they did not.
 
-Usage: llvm-cov export ... | conditions.py ROOT
+Usage: llvm-cov export ... | conditions.py LIST ROOT
 
 A condition is an operand of && or ||. It is covered if evaluations of its decision show that it alone changes
 the result (MC/DC). Of a template, one covered instance is enough. Reads the JSON of llvm-cov 18 or newer; file
-names are printed relative to the folder ROOT. The exit status is 1 if a condition is not covered or not
-measured, or if there is none at all.
+names are printed relative to the folder ROOT.
+
+LIST is a TOML file of the conditions that need not be covered: tables [[condition]] with the keys
+  file       name of the source file, relative to ROOT
+  decision   the whole expression, in any layout
+  condition  its operand that is not covered, as it is written there
+  reason     why
+
+The exit status is 1 if a condition is not measured, or neither covered nor listed; if a listed condition is
+covered, or does not stand in its file exactly once; or if there is no condition at all.
 """
 
 import dataclasses
@@ -13,6 +21,7 @@ import json
 import pathlib
 import re
 import sys
+import tomllib
 
 # The kinds of regions in the JSON: a condition of its own, and one of several that make a decision.
 SINGLE_CONDITION = 4
@@ -27,6 +36,38 @@ class Condition:
     covered: bool
 
 
+class Listed_conditions:
+    """The conditions that need not be covered."""
+
+    def __init__(self, path):
+        # By file, decision and operand: the conditions of that text.
+        self.found = {}
+        for entry in tomllib.loads(path.read_text(encoding="utf-8")).get("condition", []):
+            if entry.keys() != {"file", "decision", "condition", "reason"} or not all(entry.values()):
+                sys.exit(f"{path.name}: an entry needs a file, a decision, a condition and a reason: {entry}")
+            self.found[entry["file"], in_one_line(entry["decision"]), in_one_line(entry["condition"])] = []
+
+    def take(self, file, condition):
+        """Whether the condition is listed; remembers it for faults()."""
+        found = self.found.get((file, condition.decision, condition.text))
+        if found is None:
+            return False
+        found.append(condition)
+        return True
+
+    def faults(self):
+        """What is wrong with the list, once take() has got all conditions."""
+        for (file, decision, operand), found in self.found.items():
+            if len(found) != 1:
+                yield f"{file}: listed, but there {len(found)} times: {operand}\n  in: {decision}"
+            elif found[0].covered:
+                yield f"{file}:{found[0].line}: listed, but covered: {operand}\n  in: {decision}"
+
+
+def in_one_line(text):
+    return " ".join(text.split())
+
+
 class Source:
     """The text of a file. A span in it is (line, column, line, column), counted from 1, the end excluded."""
 
@@ -39,7 +80,7 @@ class Source:
         lines = self.lines[first - 1 : last]
         lines[-1] = lines[-1][: end - 1]
         lines[0] = lines[0][start - 1 :]
-        return " ".join(" ".join(lines).split())
+        return in_one_line(" ".join(lines))
 
     def is_operand(self, span):
         """Whether && or || stands beside the span."""
@@ -74,25 +115,29 @@ def conditions_of(exported, source):
     return sorted(conditions, key=lambda condition: condition.line), sorted(unmeasured)
 
 
-def main(root):
+def main(list_name, root):
+    listed = Listed_conditions(pathlib.Path(list_name))
     files = json.load(sys.stdin)["data"][0]["files"]
     faults = []
-    total = total_covered = 0
-    print("conditions  covered  file")
+    total = total_covered = total_listed = 0
+    print("conditions  covered  listed  file")
     for exported in sorted(files, key=lambda file: file["filename"]):
         path = pathlib.Path(exported["filename"])
-        name = path.relative_to(root)
+        name = str(path.relative_to(root))
         source = Source(path.read_text(encoding="utf-8"))
         conditions, unmeasured = conditions_of(exported, source)
         covered = sum(condition.covered for condition in conditions)
+        unlisted = [condition for condition in conditions if not listed.take(name, condition)]
         total += len(conditions)
         total_covered += covered
+        total_listed += len(conditions) - len(unlisted)
         if conditions:
-            print(f"{len(conditions):10}  {covered:7}  {name}")
+            print(f"{len(conditions):10}  {covered:7}  {len(conditions) - len(unlisted):6}  {name}")
         faults += [f"{name}:{condition.line}: not covered: {condition.text}\n  in: {condition.decision}"
-                   for condition in conditions if not condition.covered]  # fmt: skip
+                   for condition in unlisted if not condition.covered]  # fmt: skip
         faults += [f"{name}:{span[0]}: not measured: {source.slice(span)}" for span in unmeasured]
-    print(f"{total:10}  {total_covered:7}  all")
+    print(f"{total:10}  {total_covered:7}  {total_listed:6}  all")
+    faults += listed.faults()
     for fault in faults:
         print(fault)
     return 1 if faults or total == 0 else 0
