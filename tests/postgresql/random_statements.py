@@ -169,7 +169,8 @@ def main(seed, seconds, log):
             cursor.execute("; ".join(AFTER_ERROR))
         del connection.notices[:]
     with open(log, encoding="utf-8", errors="replace") as written:
-        found = find_pieces(secrets, written.read(), PIECE)
+        # The blank before the mark of an omission is not the text's own, even where the text has one there.
+        found = find_pieces(secrets, written.read().replace(" <...>", "<...>"), PIECE)
     if found:
         sys.exit(f"seed {seed}: the log holds {found[0]!r} and {len(found) - 1} more pieces of secrets")
     print(f"seed {seed}: {ran} statements, {failed} of them failed as expected")
