@@ -82,7 +82,7 @@ INSTANTIATE_TEST_SUITE_P(
               pem(sequence(element(constructed_octet_string_tag,
                                    element(octet_string_tag, std::string(1200, 'a')) +
                                        element(octet_string_tag, std::string(1200, 'a'))))),
-              excess_of_bits(8 * 2 * (4 + 1200))},
+              excess_of_bits(8UL * 2 * (4 + 1200))},
         Shape{"BehindAnOctetStringWithoutElements",
               pem(sequence(element(octet_string_tag, "\x30\x7f\xff") + long_number)),
               excess_of_bits(16392)},
