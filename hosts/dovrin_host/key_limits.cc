@@ -2,6 +2,7 @@
 
 #include <openssl/asn1.h>
 #include <openssl/crypto.h>
+#include <openssl/err.h>
 #include <openssl/pem.h>
 
 #include <algorithm>
@@ -72,7 +73,8 @@ std::size_t find_longest_number(std::string_view elements, int depth = 0) {
   return longest;
 }
 
-// Bits of the longest number in the PEM blocks of a text.
+// Bits of the longest number in the PEM blocks of a text. What it cannot read leaves no error
+// behind, which the row would report as its own.
 std::size_t find_longest_key_number(std::string_view key) {
   const Bio_ptr bio{BIO_new_mem_buf(key.data(), static_cast<int>(key.size()))};
   if (!bio) {
@@ -86,6 +88,7 @@ std::size_t find_longest_key_number(std::string_view key) {
     char *header = nullptr;
     unsigned char *data = nullptr;
     long length = 0;
+    ERR_set_mark();
     if (PEM_read_bio(bio.get(), &name, &header, &data, &length) == 1) {
       const std::string_view block{reinterpret_cast<const char *>(data),
                                    static_cast<std::size_t>(length)};
@@ -94,6 +97,7 @@ std::size_t find_longest_key_number(std::string_view key) {
       OPENSSL_free(header);
       OPENSSL_clear_free(data, block.size());
     }
+    ERR_pop_to_mark();
     // OpenSSL goes on behind a block that it cannot read, and so does this, but out of memory there
     // is no progress.
     unread_before = std::exchange(unread, BIO_ctrl_pending(bio.get()));

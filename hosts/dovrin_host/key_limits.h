@@ -17,8 +17,8 @@ inline constexpr std::size_t longest_key = 16384;
 inline constexpr std::size_t longest_key_number = 16384;
 
 // How the PEM text `key` exceeds a limit, as words for "The function was given ..."; empty if it
-// does not. A text that is no key exceeds nothing but the length. May leave errors in the thread's
-// OpenSSL queue. Any thread.
+// does not. A text that is no key exceeds nothing but the length. The thread's OpenSSL error queue
+// is as before afterwards. Any thread.
 std::string describe_excess(std::string_view key);
 
 }  // namespace dovrin_host

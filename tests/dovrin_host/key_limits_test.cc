@@ -38,6 +38,16 @@ class KeyLimits : public testing::TestWithParam<Shape> {
 
 TEST_P(KeyLimits, AreFoundWhereverANumberLies) {
   EXPECT_EQ(describe_excess(GetParam().key), GetParam().excess);
+  EXPECT_EQ(ERR_peek_error(), 0U);
+}
+
+// A row reports the oldest error.
+TEST_P(KeyLimits, LeaveTheErrorQueueAsItWas) {
+  ERR_raise(ERR_LIB_USER, 9);
+  const unsigned long before = ERR_peek_error();
+  static_cast<void>(describe_excess(GetParam().key));
+  EXPECT_EQ(ERR_get_error(), before);
+  EXPECT_EQ(ERR_peek_error(), 0U);
 }
 
 const std::string small_number = integer(8);
