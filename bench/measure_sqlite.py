@@ -88,6 +88,8 @@ class Peer:
         self.pipe, end_of_process = context.Pipe()
         self.process = context.Process(target=self.serve, args=(end_of_process, options, bits), daemon=True)
         self.process.start()
+        # So that reading from the pipe fails when the process ends.
+        end_of_process.close()
 
     @staticmethod
     def serve(pipe, options, bits):
@@ -296,7 +298,8 @@ def measure(options):
                 as_number(small[1]), as_ratio(small[1] / small[0]), as_ratio(small[2] / small[0])]
 
     rows = table(["rows a second", "bits", "default context", "2 threads", "small context", "2 threads",
-                  "2 threads / 1 thread, small", "2 processes / 1 thread, small"], [row(function, length) for function in CALLS for length in bits])
+                  "2 threads / 1 thread, small", "2 processes / 1 thread, small"],
+                 [row(function, length) for function in CALLS for length in bits])
     kinds = table(["64 bytes, SHA256", "1 thread", "ratio to the minimal function", "2 threads / 1 thread"], [
         [f"`SELECT sum(length({expression}))`", as_time(digests[kind, 1]), as_ratio(digests[kind, 1] / digests["minimal", 1]),
          as_ratio(digests[kind, 1] / digests[kind, 2])] for kind, expression in DIGESTS.items()])

@@ -89,13 +89,15 @@ std::size_t find_longest_key_number(std::string_view key) {
     unsigned char *data = nullptr;
     long length = 0;
     ERR_set_mark();
-    if (PEM_read_bio(bio.get(), &name, &header, &data, &length) == 1) {
+    // As OpenSSL reads keys itself, but what it put aside is wiped.
+    if (PEM_read_bio_ex(bio.get(), &name, &header, &data, &length,
+                        PEM_FLAG_EAY_COMPATIBLE | PEM_FLAG_SECURE) == 1) {
       const std::string_view block{reinterpret_cast<const char *>(data),
                                    static_cast<std::size_t>(length)};
       longest = std::max(longest, find_longest_number(block));
-      OPENSSL_free(name);
-      OPENSSL_free(header);
-      OPENSSL_clear_free(data, block.size());
+      OPENSSL_secure_free(name);
+      OPENSSL_secure_free(header);
+      OPENSSL_secure_clear_free(data, block.size());
     }
     ERR_pop_to_mark();
     // OpenSSL goes on behind a block that it cannot read, and so does this, but out of memory there
